@@ -1,0 +1,84 @@
+#include "cmdline/file_fields.h"
+
+#include <charconv>
+
+#include "cmdline/character_case.h"
+
+namespace tarnvale {
+
+namespace {
+
+constexpr std::size_t maxNameField = 249;
+constexpr std::size_t maxRecordLengthField = 254;
+constexpr std::int32_t maxRecordSize = 65535;  // less the end-of-record mark
+
+void skipBlanks(std::string_view& rest) { rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size())); }
+
+// Blanks, a comma and the blanks behind it; a ";" stays, so that every further field is empty.
+void skipDelimiter(std::string_view& rest) {
+  skipBlanks(rest);
+  if (!rest.starts_with(',')) return;
+  rest.remove_prefix(1);
+  skipBlanks(rest);
+}
+
+StatusCode takeField(std::string_view& rest, std::size_t maxLength, std::string_view& field) {
+  const std::size_t end = rest.find_first_of(" ,;");
+  const std::size_t length = std::min(end, rest.size());
+  if (length > maxLength) return status::fileNameTooLong;
+  if (end == std::string_view::npos) return status::commandLineIncomplete;
+  field = rest.substr(0, length);
+  rest.remove_prefix(length);
+  skipDelimiter(rest);
+  return status::success;
+}
+
+// As takeField, but nothing is taken where the options begin.
+StatusCode takeOptionalField(std::string_view& rest, std::size_t maxLength, std::string_view& field) {
+  return rest.starts_with('-') ? status::success : takeField(rest, maxLength, field);
+}
+
+StatusCode setRecordLength(RunContext& run, std::string_view field) {
+  if (field.empty()) return status::success;
+  const std::string_view digits = field.substr(1);
+  std::int32_t length = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
+  const bool isNumber = error == std::errc{} && end == digits.data() + digits.size();
+  if (lowerCaseChar(field.front()) != 'l' || !isNumber) return status::invalidRecordLength;
+  if (length < 1 || length > maxRecordSize - run.eorLength) return status::invalidRecordLength;
+  run.recordLengthSpec = length;
+  return status::success;
+}
+
+StatusCode setTempPath(RunContext& run, std::string_view field) {
+  const bool isDrive = field.size() == 2 && field[1] == ':';
+  return run.tempPath.join(field, isDrive ? "/" : "") ? status::success : status::fileNameTooLong;
+}
+
+}  // namespace
+
+StatusCode takeFileFields(RunContext& run, std::string_view& rest) {
+  run.inputName.clear();
+  run.outputName.clear();
+  std::string_view data;
+  std::string_view index;
+  std::string_view recordLength;
+  std::string_view tempPath;
+
+  StatusCode status = takeField(rest, maxNameField, data);
+  if (status != status::success) return status;
+  if (!run.inputName.assign(data)) return status::fileNameTooLong;
+
+  status = takeOptionalField(rest, maxNameField, index);
+  if (status != status::success) return status;
+  if (!run.outputName.assign(index)) return status::fileNameTooLong;
+  if (!run.storedCommandLine.join(data, ",", index, ",", rest)) return status::fileNameTooLong;
+
+  status = takeOptionalField(rest, maxRecordLengthField, recordLength);
+  if (status == status::success) status = setRecordLength(run, recordLength);
+  if (status == status::success) status = takeOptionalField(rest, maxNameField, tempPath);
+  if (status == status::success) status = setTempPath(run, tempPath);
+  return status;
+}
+
+}  // namespace tarnvale

@@ -1,0 +1,211 @@
+// The table of contents of the program: the phases of a run, and every decision between them.
+#include "driver/run_utility.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "cmdline/command_line.h"
+#include "common/interrupt_hold.h"
+#include "common/output.h"
+#include "common/posix_file.h"
+#include "driver/clean_up.h"
+#include "driver/failure_messages.h"
+#include "driver/interrupt.h"
+#include "driver/leading_options.h"
+#include "driver/message_stream.h"
+#include "driver/run_clock.h"
+#include "driver/sort_memory.h"
+#include "driver/usage.h"
+#include "isi/backup.h"
+#include "isi/compact.h"
+#include "isi/data_file_lock.h"
+#include "isi/deleted_list.h"
+#include "isi/error_file.h"
+#include "isi/index_build.h"
+#include "isi/tree_builder.h"
+#include "sort/input_buffer.h"
+#include "sort/open_files.h"
+#include "sort/sort_phase.h"
+
+namespace tarnvale {
+
+namespace {
+
+void startRun(RunContext& run, std::FILE* output) {
+  run = RunContext{};
+  run.outputStream = output;
+  run.openRunFiles = OpenRunFiles;
+  run.mergeOutputCallback = WriteTagRecord;
+  run.deletedRecordCallback = appendDeletedRecord;
+}
+
+StatusCode allocateBuffers(RunContext& run) {
+  run.workIoBuffer = static_cast<std::uint8_t*>(std::malloc(workIoBufferSize));
+  run.inputBuffer = static_cast<std::uint8_t*>(std::malloc(inputBufferSize));
+  run.workIoPosition = run.workIoBuffer;
+  if (run.workIoBuffer != nullptr && run.inputBuffer != nullptr) return status::success;
+  PutMessage(run, "Insufficient Memory for Buffers.\n");
+  return status::outOfMemory;
+}
+
+// Joins the remaining arguments by single blanks. Arguments are not quoted.
+StatusCode joinCommandLine(RunContext& run, Arguments arguments) {
+  bool fits = true;
+  for (const char* const argument : arguments) {
+    if (argument != arguments.front()) fits = fits && run.commandLineBuffer.append(" ");
+    fits = fits && run.commandLineBuffer.append(argument);
+  }
+  if (fits) return status::success;
+  PutMessage(run, "The command line is too long: it can have 576 characters.\n");
+  return status::commandLineTooLong;
+}
+
+void reportIniFile(RunContext& run) {
+  if (!run.debugMode) return;
+  if (run.iniFileName.empty()) {
+    PutMessage(run, "INI file NOT USED!\n");
+  } else {
+    putComposed(run, {"Using INI file: ", fileName(run.iniFileName), "\n"});
+  }
+}
+
+StatusCode parse(RunContext& run) {
+  const StatusCode status = parseCommandLine(run, run.commandLineBuffer);
+  if (status == status::success) return status;
+  if (status == status::usageRequested) ShowUsage(run);
+  const bool finished = status == status::displayFinished || status == status::usageRequested;
+  if (!finished) putParseFailure(run, status);
+  CleanUpFiles(run, finished ? CleanUp::normal : CleanUp::failure);
+  return status;
+}
+
+// The memory of the sort. A failure here leaves nothing behind, like one of the command line.
+StatusCode prepareSortMemory(RunContext& run) {
+  StatusCode status = allocateTrainTable(run);
+  if (status == status::success) status = obtainSortArea(run);
+  if (status == status::success && run.compactOptions == 0) status = divideSortArea(run, run.keyLength);
+  if (status != status::success) CleanUpFiles(run, CleanUp::failure);
+  return status;
+}
+
+StatusCode buildPhase(RunContext& run) {
+  const StatusCode status = buildIndex(run);
+  if (status == status::success) return status;
+  removeIndexFile(run);
+  putBuildFailure(run, status);
+  return status;
+}
+
+void undoFailedCompaction(RunContext& run) {
+  if (run.outputFd < 0) return;
+  if (!run.inPlace) {
+    removeIndexFile(run);
+    return;
+  }
+  if ((run.compactOptions & compact_option::backupMade) == 0) return;
+  if (restoreBackup(run) == status::success) {
+    putComposed(run, {"ISI has been restored after fatal compact error for file: ", fileName(run.inputName), "\n"});
+    return;
+  }
+  static_cast<void>(::ftruncate(run.outputFd, 0));  // half an index is worse than none: readers refuse an empty file
+  putComposed(run, {"ISI can not be restored after fatal compact error for file: ", fileName(run.inputName), "\n"});
+}
+
+void releaseLocks(RunContext& run) {
+  if (run.compactLocking && run.compactLockFd >= 0 && run.dataFileLock != nullptr) {
+    static_cast<void>(ReleaseCompactLock(*run.dataFileLock));
+  }
+  closeFile(run.compactLockFd);
+  delete run.dataFileLock;
+  run.dataFileLock = nullptr;
+}
+
+StatusCode compactPhase(RunContext& run) {
+  const StatusCode status = compactIndex(run);
+  if (status != status::success) {
+    undoFailedCompaction(run);
+    putCompactFailure(run, status);
+  }
+  if (run.inPlace) removeBackup(run);
+  releaseLocks(run);
+  return status;
+}
+
+// Closes what is written and read; the clean-up finds only the work files left.
+StatusCode closeFiles(RunContext& run, StatusCode result) {
+  if (run.outputFd >= 0) {
+    if (run.outputFd == run.inputFd) run.inputFd = -1;
+    if (!closeFile(run.outputFd)) {
+      PutMessage(run, "Close(outfile) failed.\n");
+      result = status::closeFailed;
+    }
+  }
+  if (!closeFile(run.inputFd)) {
+    PutMessage(run, "Close(infile) failed.\n");
+    result = status::closeFailed;
+  }
+  return result;
+}
+
+bool isInDeclaredFormat(const RunContext& run) {
+  return !(run.noDuplicates && run.duplicateKeyCount != 0) &&
+         !(run.variableLengthFound && !run.variableLengthAllowed) &&
+         !(run.spaceCompressionFound && !run.spaceCompressionAllowed) && !run.recordSizeInvalid;
+}
+
+// The end of every build or compaction, successful or not. An interrupt has to wait: between the closing of an index that
+// does not hold and its deletion the file must not be left behind.
+StatusCode finishRun(RunContext& run, StatusCode result, const ClockText& startTime) {
+  const InterruptHold hold;
+  const bool compaction = run.compactOptions != 0;
+  result = closeFiles(run, result);
+  CleanUpFiles(run, CleanUp::normal);
+  finishErrorFile(run);
+  if (!compaction && !isInDeclaredFormat(run)) {
+    PutMessage(run, "Data file is not in the correct format.  Index file will be deleted.\n");
+    deleteIndexByName(run);
+    result = status::wrongDataFormat;
+  }
+  if (result == status::success) putTimingLine(run, startTime);
+  return result;
+}
+
+StatusCode carryOut(RunContext& run, Arguments arguments) {
+  const ClockText startTime = currentClock();
+  StatusCode status = allocateBuffers(run);
+  if (status == status::success) status = takeLeadingOptions(run, arguments);
+  if (status == status::success) status = joinCommandLine(run, arguments);
+  if (status != status::success) return status;
+  reportIniFile(run);
+  status = parse(run);
+  if (status == status::displayFinished) return status::success;
+  if (status == status::usageRequested) return status::usageShown;
+  if (status == status::success) status = prepareSortMemory(run);
+  if (status != status::success) return status;
+  status = run.compactOptions != 0 ? compactPhase(run) : buildPhase(run);
+  return finishRun(run, status, startTime);
+}
+
+}  // namespace
+
+StatusCode RunUtility(int argc, char* const* argv, std::FILE* output) {
+  RunContext& run = theRun();
+  startRun(run, output);
+  Arguments arguments(argv, static_cast<std::size_t>(argc));
+  Arguments remaining = arguments.subspan(arguments.empty() ? 0 : 1);
+  openLog(run, remaining);
+  startMessages(run, arguments);
+  StatusCode result = status::usageRequested;
+  if (argc < 2) {
+    ShowUsage(run);
+  } else {
+    result = carryOut(run, remaining);
+  }
+  CloseLog(run);
+  FreeBuffers(run);
+  return result;
+}
+
+}  // namespace tarnvale

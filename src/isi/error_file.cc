@@ -1,0 +1,60 @@
+#include "isi/error_file.h"
+
+#include <cstring>
+
+#include "common/interrupt_hold.h"
+#include "common/output.h"
+#include "common/posix_file.h"
+#include "common/sort_entry.h"
+
+namespace tarnvale {
+
+namespace {
+
+constexpr std::string_view lineEnd = "\r\n";
+
+// Written and forgotten in one step: the interrupt handler writes what it finds in the buffer.
+void flushErrorFile(RunContext& run) {
+  bool written = false;
+  {
+    const InterruptHold hold;
+    written = writeAll(run.errorFileFd, run.errorFileBuffer.data(), run.errorFileBuffered);
+    run.errorFileBuffered = 0;
+  }
+  if (written || run.errorFileIncomplete) return;
+  run.errorFileIncomplete = true;
+  putComposed(run, {"Unable to write all duplicate keys to error file ", fileName(run.errorFileName), "\n"});
+}
+
+}  // namespace
+
+void putErrorFileLine(RunContext& run, std::string_view line) {
+  if (run.errorFileFd < 0) return;
+  if (line.size() + lineEnd.size() > run.errorFileBuffer.size() - run.errorFileBuffered) flushErrorFile(run);
+  char* const place = run.errorFileBuffer.data() + run.errorFileBuffered;
+  std::memcpy(place, line.data(), line.size());
+  std::memcpy(place + line.size(), lineEnd.data(), lineEnd.size());
+  run.errorFileBuffered += line.size() + lineEnd.size();  // last: the line counts once it is whole
+}
+
+void reportDuplicate(RunContext& run, const std::uint8_t* entry) {
+  if (!run.errorFileWanted || run.quietDuplicates) return;
+  auto& message = run.messageBuffer;
+  message.format("%s%16llX Key:", run.ignoreDuplicatesForNodup ? "Duplicate Key ignored at:" : "Duplicate Key at:",
+                 static_cast<unsigned long long>(entryLfa(entry)));
+  static_cast<void>(message.append({reinterpret_cast<const char*>(entryKey(entry)), run.indexKeyLength}));
+  static_cast<void>(message.append(" "));
+  putErrorFileLine(run, message);
+  if (!run.noDuplicates) return;
+  static_cast<void>(message.append("\n"));
+  PutMessage(run, message);
+}
+
+void closeErrorFile(RunContext& run) {
+  if (run.errorFileFd < 0) return;
+  flushErrorFile(run);
+  const InterruptHold hold;
+  closeFile(run.errorFileFd);
+}
+
+}  // namespace tarnvale

@@ -1,0 +1,12 @@
+// *Build*: a data file becomes an index file.
+#pragma once
+
+#include "common/run_context.h"
+
+namespace tarnvale {
+
+/// Builds the index of the open data file into the open, empty output file. 0, -9, -151, -157, or the code of the sort
+/// phase; `outputFd` stays open.
+[[nodiscard]] StatusCode buildIndex(RunContext& run);
+
+}  // namespace tarnvale

@@ -1,0 +1,144 @@
+// The records of an index (ISI) file, as they lie in it.
+//
+//      0  IsiHeader
+//   1024  the root node, whatever the tree's height
+//   1536  the first node of the deleted-record list, or zero bytes
+//   2048  all further nodes, 512 bytes each: first those of the list, then those of the tree
+//
+// Integers are little-endian. A big-endian file is recognised by its version word; its records are turned field by
+// field at the door, and nothing further in knows that two orders exist.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "common/byte_order.h"
+#include "common/records.h"
+#include "common/sort_entry.h"
+
+namespace tarnvale {
+
+inline constexpr std::uint32_t nodeSize = 512;
+inline constexpr std::uint32_t rootOffset = 1024;
+inline constexpr std::uint32_t deletedListOffset = 1536;  // of the first node of the deleted-record list
+inline constexpr std::uint32_t headerAreaSize = 2048;
+inline constexpr std::uint32_t noPointer = 0xFFFFFFFF;  // the list ends; child pointers end with 0
+inline constexpr std::uint16_t isiVersion = 0xFC03;
+inline constexpr std::uint16_t isiVersionSwapped = 0x03FC;
+inline constexpr std::int32_t maxTreeLevels = 16;
+
+namespace record_flag {
+inline constexpr std::uint8_t eorMask = 0xC0;           // 0x00 CR, 0x40 CR LF, 0x80 LF, 0xC0 LF CR
+inline constexpr std::uint8_t eorTwoBytes = 0x40;       // set: CR LF or LF CR
+inline constexpr std::uint8_t eorLineFeed = 0x80;
+inline constexpr std::uint8_t deletedNotKept = 0x20;    // deleted records are not kept for reuse
+inline constexpr std::uint8_t binary = 0x10;            // without end-of-record mark
+inline constexpr std::uint8_t spaceCompressed = 0x08;
+inline constexpr std::uint8_t noDuplicates = 0x04;
+inline constexpr std::uint8_t variableLength = 0x02;
+inline constexpr std::uint8_t upperCase = 0x01;
+}  // namespace record_flag
+
+namespace index_flag {
+inline constexpr std::uint8_t recordNumbers = 0x01;  // positions are record numbers, node pointers node numbers
+}  // namespace index_flag
+
+struct IsiHeader {
+  std::array<char, 4> magic;                                       //    0  "SISI"
+  Le16 versionWord;                                                //    4  isiVersion
+  std::uint8_t recordFlags;                                        //    6
+  std::uint8_t indexFlags;                                         //    7
+  Le16 recordLength;                                               //    8  bytes, without the end-of-record mark
+  Le16 keyLength;                                                  //   10  bytes, 1 to 150
+  Le32 dataExtent;                                                 //   12  data file: record slots, or bytes
+  Le32 deletedListHead;                                            //   16  pointer, noPointer when empty
+  Le32 rootPointer;                                                //   20
+  Le32 reserved24;                                                 //   24  0xFFFFFFFF
+  Le32 reserved28;                                                 //   28
+  Le32 spinCounter;                                                //   32  flips with each compaction
+  Le32 reserved36;                                                 //   36  set to 0 by each compaction
+  Le32 reserved40;                                                 //   40
+  Le32 recordCount;                                                //   44  records scanned, low 32 bits
+  Le32 deletedCount;                                               //   48
+  std::array<std::uint8_t, 12> reserved52;                         //   52
+  std::array<PrimaryCondition, maxPrimaryOptions> selectTests;     //   64
+  std::array<std::uint8_t, 8> reserved104;                         //  104
+  std::array<KeySpec, maxKeySpecs> keySegments;                    //  112  ends at the first of length 0
+  std::array<char, 256> dataFileName;                              //  240  NUL-terminated
+  std::array<char, 528> storedCommandLine;                         //  496  NUL-terminated
+};
+static_assert(sizeof(IsiHeader) == 1024 && alignof(IsiHeader) == 1);
+static_assert(offsetof(IsiHeader, recordLength) == 8 && offsetof(IsiHeader, deletedListHead) == 16);
+static_assert(offsetof(IsiHeader, spinCounter) == 32 && offsetof(IsiHeader, deletedCount) == 48);
+static_assert(offsetof(IsiHeader, selectTests) == 64 && offsetof(IsiHeader, keySegments) == 112);
+static_assert(offsetof(IsiHeader, dataFileName) == 240 && offsetof(IsiHeader, storedCommandLine) == 496);
+
+/// What stands before the key in an entry of a node.
+struct IsiEntryHead {
+  Le32 position;         //  0  record number, or byte offset in the data file
+  Le32 leftChild;        //  4  the subtree of the keys before this one; 0 in a leaf
+  Le16 duplicateNumber;  //  8  0 for the first entry of a key, then one more each
+  Le16 recordLength;     // 10  bytes, with the end-of-record mark
+};
+static_assert(sizeof(IsiEntryHead) == 12);
+
+struct IsiNode {
+  static constexpr std::size_t entryBytes = 500;
+
+  std::array<std::uint8_t, entryBytes> entries;  //    0  count entries in key order
+  std::uint8_t count;                            //  500
+  std::array<std::uint8_t, 5> unused;            //  501
+  Le16 level;                                    //  506  0 for a leaf
+  Le32 rightChild;                               //  508  the subtree of the keys behind the last entry
+};
+static_assert(sizeof(IsiNode) == nodeSize && alignof(IsiNode) == 1);
+static_assert(offsetof(IsiNode, count) == 500 && offsetof(IsiNode, level) == 506);
+
+struct DeletedRecordNode {
+  static constexpr std::size_t capacity = 126;
+  static constexpr std::uint8_t signature1 = 0xF9;
+  static constexpr std::uint8_t signature2 = 0xFD;
+
+  std::array<Le32, capacity> positions;    //    0  in the units of record positions
+  Le32 next;                               //  504  pointer, noPointer at the end
+  Le16 count;                              //  508  1 to 126
+  std::array<std::uint8_t, 2> signature;   //  510
+};
+static_assert(sizeof(DeletedRecordNode) == nodeSize && offsetof(DeletedRecordNode, next) == 504);
+
+/// The first 2048 bytes of a file, which readers keep in memory.
+struct IsiHeaderArea {
+  IsiHeader header;                //    0
+  IsiNode root;                    // 1024
+  DeletedRecordNode deletedNode;   // 1536
+};
+static_assert(sizeof(IsiHeaderArea) == headerAreaSize);
+static_assert(offsetof(IsiHeaderArea, root) == rootOffset);
+static_assert(offsetof(IsiHeaderArea, deletedNode) == deletedListOffset);
+
+/// Bytes of one entry: head and key, rounded up to a multiple of 4.
+[[nodiscard]] constexpr std::uint32_t isiEntrySize(std::uint32_t keyLength) {
+  return (keyLength + static_cast<std::uint32_t>(sizeof(IsiEntryHead)) + 3) & ~3U;
+}
+static_assert(isiEntrySize(10) == 24 && isiEntrySize(150) == 164 && isiEntrySize(1) == 16);
+
+[[nodiscard]] constexpr std::uint32_t entriesPerNode(std::uint32_t entrySize) {
+  return static_cast<std::uint32_t>(IsiNode::entryBytes) / entrySize;
+}
+
+/// The pointer to a byte offset of the file, and back.
+[[nodiscard]] constexpr std::uint32_t pointerToOffset(std::uint64_t offset, bool recordNumbers) {
+  return static_cast<std::uint32_t>(recordNumbers ? offset / nodeSize : offset);
+}
+[[nodiscard]] constexpr std::uint64_t offsetOfPointer(std::uint32_t pointer, bool recordNumbers) {
+  return recordNumbers ? std::uint64_t{pointer} * nodeSize : pointer;
+}
+
+/// Turn a record from one byte order to the other. `fromFile` tells which side the counts are readable on: true before
+/// the swap of a record that was read, false before the swap of one to be written.
+void swapHeader(IsiHeader& header);
+void swapNode(IsiNode& node, std::uint32_t entrySize);
+void swapDeletedNode(DeletedRecordNode& node, bool fromFile);
+
+}  // namespace tarnvale

@@ -1,0 +1,204 @@
+// The path from the root to the current node is a stack of (node, child entered). The next entry stands either below the
+// current one's right side, or is the entry of the nearest ancestor whose child was left.
+//
+// An index may be damaged: every count and pointer is checked before it is used, keys must ascend, and no more nodes are
+// entered than the file has, so that a walk always ends.
+#include "isi/tree_cursor.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "common/posix_file.h"
+
+namespace tarnvale {
+
+namespace {
+
+constexpr std::size_t spinCounterOffset = offsetof(IsiHeader, spinCounter);
+constexpr char isiMagic[] = {'S', 'I', 'S', 'I'};
+
+void takeGeometry(IsiHandle& handle) {
+  handle.keyLength = handle.area.header.keyLength;
+  handle.entrySize = isiEntrySize(handle.keyLength);
+  handle.entriesPerNode = entriesPerNode(handle.entrySize);
+  handle.recordNumbers = (handle.area.header.indexFlags & index_flag::recordNumbers) != 0;
+}
+
+bool hasUsableKeyLength(const IsiHeader& header) { return header.keyLength >= 1 && header.keyLength <= maxKeyLength; }
+
+StatusCode readHeaderArea(IsiHandle& handle) {
+  IsiHeaderArea& area = handle.area;
+  if (readAt(handle.fd, &area, sizeof area, 0) != static_cast<ssize_t>(sizeof area)) return status::notAnIndex;
+  if (handle.bigEndian) swapHeader(area.header);
+  if (!hasUsableKeyLength(area.header)) return status::notAnIndex;
+  takeGeometry(handle);
+  if (handle.bigEndian) {
+    swapNode(area.root, handle.entrySize);
+    if (area.header.deletedListHead != noPointer) swapDeletedNode(area.deletedNode, true);
+  }
+  return status::success;
+}
+
+StatusCode readAtPointer(const IsiHandle& handle, std::uint32_t pointer, void* target) {
+  const std::uint64_t offset = offsetOfPointer(pointer, handle.recordNumbers);
+  if (offset % nodeSize != 0) {
+    errno = 0;
+    return status::nodeMisplaced;
+  }
+  const ssize_t count = readAt(handle.fd, target, nodeSize, offset);
+  if (count < 0) return status::positioningFailed;
+  return count == static_cast<ssize_t>(nodeSize) ? status::success : status::nodeReadShort;
+}
+
+// Reads a node; 0 stands for the root of the header area.
+StatusCode loadNode(IsiHandle& handle, std::uint32_t pointer) {
+  if (pointer == 0) {
+    handle.node = handle.area.root;
+  } else {
+    if (offsetOfPointer(pointer, handle.recordNumbers) < headerAreaSize) return status::treeInconsistent;
+    const StatusCode status = readAtPointer(handle, pointer, &handle.node);
+    if (status != status::success) return status;
+    if (handle.bigEndian) swapNode(handle.node, handle.entrySize);
+  }
+  if (handle.node.count > handle.entriesPerNode) return status::treeInconsistent;
+  handle.currentNode = pointer;
+  return status::success;
+}
+
+const std::uint8_t* entryAt(const IsiHandle& handle, std::uint32_t index) {
+  return handle.node.entries.data() + std::size_t{index} * handle.entrySize;
+}
+
+// The child before entry number `index`; behind the last entry the right child.
+std::uint32_t childAt(const IsiHandle& handle, std::uint32_t index) {
+  if (index == handle.node.count) return handle.node.rightChild;
+  return entryHead(entryAt(handle, index)).leftChild;
+}
+
+// Goes down from the child at `index` of the current node to the first entry of its subtree.
+StatusCode descend(IsiHandle& handle, std::uint32_t index) {
+  handle.entryIndex = index;
+  for (std::uint32_t child = childAt(handle, index); child != 0; child = childAt(handle, 0)) {
+    if (handle.pathDepth == maxPathDepth) return status::pathTooDeep;
+    handle.path[handle.pathDepth++] = {handle.currentNode, static_cast<std::uint16_t>(handle.entryIndex)};
+    if (++handle.nodesEntered > handle.nodesInFile) return status::treeInconsistent;
+    const StatusCode status = loadNode(handle, child);
+    if (status != status::success) return status;
+    if (handle.node.count == 0) return status::treeInconsistent;
+    handle.entryIndex = 0;
+  }
+  return status::success;
+}
+
+// Goes up to the nearest node with an entry behind the subtree that was left.
+StatusCode climb(IsiHandle& handle) {
+  while (handle.pathDepth > 0) {
+    const IsiHandle::PathStep step = handle.path[--handle.pathDepth];
+    const std::uint32_t left = handle.currentNode;
+    const StatusCode status = loadNode(handle, step.pointer);
+    if (status != status::success) return status;
+    if (step.child > handle.node.count || childAt(handle, step.child) != left) return status::treeInconsistent;
+    handle.entryIndex = step.child;
+    if (step.child < handle.node.count) return status::success;
+  }
+  handle.atEnd = true;
+  return status::endOfIndex;
+}
+
+StatusCode firstEntry(IsiHandle& handle) {
+  handle.pathDepth = 0;
+  handle.nodesEntered = 0;
+  handle.nodesInFile = fileSize(handle.fd).value_or(0) / nodeSize;
+  const StatusCode status = loadNode(handle, 0);
+  if (status != status::success) return status;
+  if (handle.node.count > 0) return descend(handle, 0);
+  if (handle.node.rightChild != 0) return status::treeInconsistent;
+  handle.atEnd = true;
+  return status::endOfIndex;
+}
+
+// Brings the cursor to the entry behind the current one.
+StatusCode step(IsiHandle& handle) {
+  if (handle.beforeFirst) return firstEntry(handle);
+  const std::uint32_t next = handle.entryIndex + 1;
+  if (childAt(handle, next) != 0) return descend(handle, next);
+  handle.entryIndex = next;
+  return next < handle.node.count ? status::success : climb(handle);
+}
+
+}  // namespace
+
+StatusCode openIndex(IsiHandle& handle, int fd) {
+  handle.fd = fd;
+  const IsiHeader& header = handle.area.header;
+  const ssize_t count = readAt(fd, &handle.area, sizeof handle.area, 0);
+  if (count != static_cast<ssize_t>(sizeof handle.area)) return status::notAnIndex;
+  if (!std::ranges::equal(header.magic, isiMagic)) return status::notAnIndex;
+  if (header.versionWord.bytes[1] != (header.versionWord.bytes[0] ^ 0xFF)) return status::indexVersionUnknown;
+  handle.bigEndian = header.versionWord == isiVersionSwapped;
+  return readHeaderArea(handle);
+}
+
+StatusCode checkSpinCounter(IsiHandle& handle) {
+  Le32 counter;
+  if (readAt(handle.fd, &counter, sizeof counter, spinCounterOffset) != static_cast<ssize_t>(sizeof counter)) {
+    return status::notAnIndex;
+  }
+  if (handle.bigEndian) swapBytes(counter);
+  return counter == handle.area.header.spinCounter ? status::success : readHeaderArea(handle);
+}
+
+StatusCode nextEntry(IsiHandle& handle) {
+  if (handle.atEnd) return status::endOfIndex;
+  const StatusCode status = step(handle);
+  if (status != status::success) return status;
+  const std::uint8_t* const entry = entryAt(handle, handle.entryIndex);
+  const int order = std::memcmp(isiEntryKey(handle.entry.data()), isiEntryKey(entry), handle.keyLength);
+  if (!handle.beforeFirst && order > 0) return status::treeInconsistent;
+  handle.beforeFirst = false;
+  std::memcpy(handle.entry.data(), entry, handle.entrySize);
+  return status::success;
+}
+
+StatusCode nextEntryAndRemember(IsiHandle& handle) {
+  const StatusCode status = nextEntry(handle);
+  if (status == status::success) handle.savedSpinCounter = handle.area.header.spinCounter;
+  return status;
+}
+
+StatusCode checkDeletedNode(const IsiHandle& handle) {
+  const DeletedRecordNode& node = handle.area.deletedNode;
+  if (node.signature[0] != DeletedRecordNode::signature1 || node.signature[1] != DeletedRecordNode::signature2) {
+    return status::deletedNodeUnsigned;
+  }
+  return node.count >= 1 && node.count <= DeletedRecordNode::capacity ? status::success : status::deletedNodeCountWrong;
+}
+
+StatusCode readDeletedNode(IsiHandle& handle, std::uint32_t pointer) {
+  const StatusCode status = readAtPointer(handle, pointer, &handle.area.deletedNode);
+  if (status != status::success) return status;
+  if (handle.bigEndian) swapDeletedNode(handle.area.deletedNode, true);
+  return checkDeletedNode(handle);
+}
+
+StatusCode writeHeader(const IsiHandle& handle, int fd) {
+  IsiHeader header = handle.area.header;
+  if (handle.bigEndian) swapHeader(header);
+  return writeAllAt(fd, &header, sizeof header, 0) ? status::success : status::writeFailed;
+}
+
+StatusCode writeTreeNode(const IsiHandle& handle, int fd, std::uint64_t offset, const IsiNode& node) {
+  IsiNode image = node;
+  if (handle.bigEndian) swapNode(image, handle.entrySize);
+  return writeAllAt(fd, &image, sizeof image, offset) ? status::success : status::writeFailed;
+}
+
+StatusCode writeDeletedNode(const IsiHandle& handle, int fd, std::uint64_t offset) {
+  DeletedRecordNode image = handle.area.deletedNode;
+  // Without a list the node is only a placeholder, and was not turned when it was read.
+  if (handle.bigEndian && handle.area.header.deletedListHead != noPointer) swapDeletedNode(image, false);
+  return writeAllAt(fd, &image, sizeof image, offset) ? status::success : status::writeFailed;
+}
+
+}  // namespace tarnvale

@@ -1,0 +1,65 @@
+// From a record to its key: the general column walk, and the copying of ranges that most records need.
+//
+// The walk goes from one entry of the column table to the next, expands TABs and tests conditions. A record without a
+// TAB to expand and without an expression to evaluate gets its key range by range; both give the same key.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "common/run_context.h"
+
+namespace tarnvale {
+
+/// What ExtractKeyByte and PadKeyByte return besides a key position. A number below `keyGap` says that the next entry
+/// of the table lies keyGap - result columns further on.
+inline constexpr std::int32_t keyTableEnd = -1;
+inline constexpr std::int32_t keyTestFailed = -2;
+inline constexpr std::int32_t keyGap = -2;
+
+/// Looks at one column of the record: tests the conditions on it and tells where its byte goes in the key. `position` is
+/// the record's byte at the column, `byte` its value (a blank inside a TAB), folded to upper case where the key is.
+/// Columns must come in ascending order from `run.columnCursor` on.
+[[nodiscard]] std::int32_t ExtractKeyByte(RunContext& run, const std::uint8_t* position, std::uint32_t column,
+                                          std::uint8_t& byte);
+
+/// The next key position that the record did not reach: to be filled with a blank. Conditions on the way are tested with
+/// the blank. keyTableEnd when there is none left or a test failed.
+[[nodiscard]] std::int32_t PadKeyByte(RunContext& run, const std::uint8_t* position, std::uint32_t column,
+                                      std::uint8_t byte);
+
+/// One record of the data file, its mark left out; it lies in the input buffer in one piece.
+struct RecordBytes {
+  const std::uint8_t* begin;
+  const std::uint8_t* end;
+  [[nodiscard]] std::uint32_t size() const { return static_cast<std::uint32_t>(end - begin); }
+};
+
+/// The general column walk: fills the key and sets `matchCount`.
+void walkColumns(RunContext& run, const RecordBytes& record, bool expandTabs, std::uint8_t* key);
+
+/// Columns of the record with its TABs expanded.
+[[nodiscard]] std::uint32_t expandedColumns(const RecordBytes& record);
+
+/// The key as ranges to copy and simple conditions to test; made once per sort train.
+struct KeyPlan {
+  struct Range {
+    std::uint32_t column;  // of the first key byte
+    std::uint32_t keyPosition;
+    std::uint32_t length;
+    bool reversed;  // columns go down
+  };
+  std::array<Range, maxKeySpecs> ranges{};
+  std::uint32_t rangeCount = 0;
+  std::array<ColumnEntry, maxPrimaryOptions> conditions{};
+  std::uint32_t conditionCount = 0;
+  bool upperCase = false;
+  bool hasExpression = false;  // such a record needs the walk
+};
+
+[[nodiscard]] KeyPlan makeKeyPlan(const RunContext& run);
+
+/// What walkColumns does, for a record without TABs to expand and a plan without expression.
+void copyKeyRanges(RunContext& run, const KeyPlan& plan, const RecordBytes& record, std::uint8_t* key);
+
+}  // namespace tarnvale
