@@ -6,8 +6,12 @@
 
 namespace tarnvale {
 
-[[nodiscard]] constexpr char upperCaseChar(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-[[nodiscard]] constexpr char lowerCaseChar(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+[[nodiscard]] constexpr char upperCaseChar(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+[[nodiscard]] constexpr char lowerCaseChar(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 /// 0 when the texts are equal apart from the case of letters, else the difference of the first upper-cased characters
 /// (as unsigned bytes) that differ; the end of a text counts as 0.

@@ -16,9 +16,9 @@ constexpr std::size_t maxExtensionLength = 4;
 
 // The bytes of the file that matter, from offset 512 on.
 struct DefinitionBytes {
-  char extensionSeparator;                             // 512
-  char unused;                                         // 513
-  unsigned char extensionLength;                       // 514
+  char extensionSeparator;                                  // 512
+  char unused;                                              // 513
+  unsigned char extensionLength;                            // 514
   std::array<char, maxExtensionLength + 1> dataExtension;   // 515  ended by a NUL
   std::array<char, maxExtensionLength + 1> indexExtension;  // 520  ended by a NUL
 };

@@ -127,8 +127,7 @@ int createFile(const char* name, int keepFd1, int keepFd2) {
   if (created >= 0) return created;
   int existing = ::open(name, O_RDWR | O_NONBLOCK | O_CLOEXEC);
   if (existing < 0) return -1;
-  const bool kept =
-      !isRegularFile(existing) || isSameFile(existing, keepFd1) || isSameFile(existing, keepFd2);
+  const bool kept = !isRegularFile(existing) || isSameFile(existing, keepFd1) || isSameFile(existing, keepFd2);
   if (!kept && ::ftruncate(existing, 0) == 0) return existing;
   closeFile(existing);
   errno = EEXIST;

@@ -1,7 +1,8 @@
 // One table of option letters and the one loop over it.
 //
 // The loop takes a character at a time and folds it by setting bit 0x20: letters become lower case, and the end of the
-// section counts as one more blank. A key specification is pending while its digits arrive; most characters complete it.
+// section counts as one more blank. A key specification is pending while its digits arrive; most characters complete
+// it.
 #include "cmdline/option_section.h"
 
 #include <algorithm>

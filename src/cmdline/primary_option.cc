@@ -21,11 +21,20 @@ struct OperatorSpelling {
 };
 // A longer spelling stands before the shorter one that it begins with.
 constexpr OperatorSpelling operatorSpellings[] = {
-    {"<>", Operator::notEqual},      {"<=", Operator::lessOrEqual},  {"LE", Operator::lessOrEqual},
-    {">=", Operator::greaterOrEqual}, {"GE", Operator::greaterOrEqual}, {"!=", Operator::notEqual},
-    {"<", Operator::less},           {"L", Operator::less},          {">", Operator::greater},
-    {"G", Operator::greater},        {"=", Operator::equal},         {"E", Operator::equal},
-    {"#", Operator::notEqual},       {"N", Operator::notEqual},
+    {"<>", Operator::notEqual},
+    {"<=", Operator::lessOrEqual},
+    {"LE", Operator::lessOrEqual},
+    {">=", Operator::greaterOrEqual},
+    {"GE", Operator::greaterOrEqual},
+    {"!=", Operator::notEqual},
+    {"<", Operator::less},
+    {"L", Operator::less},
+    {">", Operator::greater},
+    {"G", Operator::greater},
+    {"=", Operator::equal},
+    {"E", Operator::equal},
+    {"#", Operator::notEqual},
+    {"N", Operator::notEqual},
 };
 
 // The decimal number that follows, 0 when no digit does; nothing when it is larger than `limit`.
@@ -53,9 +62,8 @@ void insertCondition(RunContext& run, std::uint32_t position, const ColumnEntry&
   condition.operatorBits = static_cast<std::uint8_t>(entry.flags & column_flag::condition);
   condition.character = entry.matchChar;
   auto* const end = run.primaryConditions.begin() + run.primaryConditionCount;
-  auto* const place = std::find_if(run.primaryConditions.begin(), end, [&](const PrimaryCondition& other) {
-    return other.position > condition.position;
-  });
+  auto* const place = std::find_if(run.primaryConditions.begin(), end,
+                                   [&](const PrimaryCondition& other) { return other.position > condition.position; });
   std::copy_backward(place, end, end + 1);
   *place = condition;
   ++run.primaryConditionCount;
@@ -126,8 +134,8 @@ bool takeTerm(RunContext& run, OptionText& text, Kind kind) {
   ColumnEntry* const entry = conditionColumn(run, *column - 1);
   if (entry == nullptr) return false;
   entry->flags |= column_flag::term;
-  run.selectionTable[run.selectionTermCount++] = {
-      kind, comparison, SelectionTerm::Result::unknown, static_cast<std::uint16_t>(*column - 1), *string};
+  run.selectionTable[run.selectionTermCount++] = {kind, comparison, SelectionTerm::Result::unknown,
+                                                  static_cast<std::uint16_t>(*column - 1), *string};
   return true;
 }
 

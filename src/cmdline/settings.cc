@@ -67,8 +67,7 @@ std::size_t readProfileString(std::string_view section, std::string_view key, st
 
 std::optional<std::string_view> lookupSetting(const RunContext& run, std::string_view name) {
   static SettingText value;
-  if (!run.iniFileName.empty() &&
-      readProfileString("environment", name, {}, value, run.iniFileName.c_str()) > 0) {
+  if (!run.iniFileName.empty() && readProfileString("environment", name, {}, value, run.iniFileName.c_str()) > 0) {
     return value.view();
   }
   FileName variable;

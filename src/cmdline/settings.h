@@ -13,7 +13,8 @@ inline constexpr std::size_t maxSettingLength = 4096;  // characters of a value 
 using SettingText = FixedText<maxSettingLength + 1>;
 
 /// The value of a setting: from the "environment" section of the `.ini` file when one is named and has a non-empty
-/// value there, else from the process environment; nothing when it is set nowhere. The text holds until the next lookup.
+/// value there, else from the process environment; nothing when it is set nowhere. The text holds until the next
+/// lookup.
 [[nodiscard]] std::optional<std::string_view> lookupSetting(const RunContext& run, std::string_view name);
 
 /// The first of the settings that is set.

@@ -47,6 +47,7 @@ StatusCode createWorkFiles(RunContext& run) {
   std::string_view directory = run.tempPath;
   if (fromEnvironment && directory.ends_with('/')) directory.remove_suffix(1);
   if (!createWorkFile(run, run.tempName2, run.tempFd2, directory, "2")) return status::workFileNotCreated;
+  run.mergeInputFd = run.tempFd2;
   return status::success;
 }
 

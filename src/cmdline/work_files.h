@@ -6,7 +6,7 @@
 namespace tarnvale {
 
 /// Creates both work files in `tempPath`, else in TMPDIR, else in /tmp, and opens them; work file 1 becomes the file
-/// being written. -110 when one cannot be created or its name does not fit.
+/// being written, work file 2 the one being read. -110 when one cannot be created or its name does not fit.
 [[nodiscard]] StatusCode createWorkFiles(RunContext& run);
 
 /// Closes the work files that are open and deletes them unless `debugMode` is set. Async-signal-safe; interrupts must

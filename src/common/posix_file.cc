@@ -37,8 +37,8 @@ ssize_t readAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) {
 }
 
 ssize_t readNext(int fd, void* buffer, std::size_t size) {
-  return transferAll(
-      size, [=](std::size_t done) { return ::read(fd, static_cast<char*>(buffer) + done, size - done); });
+  return transferAll(size,
+                     [=](std::size_t done) { return ::read(fd, static_cast<char*>(buffer) + done, size - done); });
 }
 
 bool writeAll(int fd, const void* bytes, std::size_t size) {

@@ -20,11 +20,11 @@ inline constexpr std::size_t maxKeySpecs = 32;
 
 /// What a column of the record is good for; the bits of ColumnEntry::flags and of PrimaryCondition::operatorBits.
 namespace column_flag {
-inline constexpr std::uint16_t term = 0x04;        // carries a term of a selection expression
-inline constexpr std::uint16_t key = 0x08;         // supplies a key byte
-inline constexpr std::uint16_t notEqual = 0x10;    // a condition: must differ
-inline constexpr std::uint16_t equal = 0x20;       // a condition: must be equal
-inline constexpr std::uint16_t upperCase = 0x40;   // the key byte is folded to upper case
+inline constexpr std::uint16_t term = 0x04;       // carries a term of a selection expression
+inline constexpr std::uint16_t key = 0x08;        // supplies a key byte
+inline constexpr std::uint16_t notEqual = 0x10;   // a condition: must differ
+inline constexpr std::uint16_t equal = 0x20;      // a condition: must be equal
+inline constexpr std::uint16_t upperCase = 0x40;  // the key byte is folded to upper case
 inline constexpr std::uint16_t condition = equal | notEqual;
 }  // namespace column_flag
 

@@ -180,7 +180,7 @@ struct SortState {
   bool trainWritten = false;
   std::array<std::uint8_t, maxKeyLength> sampleKey{};  // of the first train
   std::uint32_t sharedKeyLength = 0;                   // leading bytes in which all keys so far equal it
-  std::uint64_t workFilePosition = 0;  // offset in the written work file where the next train starts
+  std::uint64_t workFilePosition = 0;                  // offset in the written work file where the next train starts
   std::int32_t progressCountdown = 1000;
   int mergeOutputFd = -1;  // the file being written; names the file in the message of a failed write
   int mergeInputFd = -1;
@@ -194,8 +194,8 @@ struct BuilderState {
   std::uint32_t lastNodePointer = 0;
   std::int32_t currentLevel = 0;  // 0 is the leaf level
   std::int32_t topLevel = 0;
-  std::uint8_t* levelBuffers = nullptr;     // owned: 16 node images and the pending deleted-record node
-  std::uint32_t previousListPointer = 0;    // last full deleted-record node written, 0xFFFFFFFF when none
+  std::uint8_t* levelBuffers = nullptr;   // owned: 16 node images and the pending deleted-record node
+  std::uint32_t previousListPointer = 0;  // last full deleted-record node written, 0xFFFFFFFF when none
   const std::uint8_t* currentSortEntry = nullptr;
   bool previousEntryValid = false;
   std::uint16_t previousDuplicateNumber = 0;
@@ -203,7 +203,7 @@ struct BuilderState {
   std::uint32_t duplicateKeyCount = 0;
   std::uint32_t droppedDuplicateCount = 0;
   bool shortRecordReported = false;
-  bool swapNodes = false;  // the index is big-endian: nodes are turned on their way out
+  bool swapNodes = false;                    // the index is big-endian: nodes are turned on their way out
   std::array<char, 8192> errorFileBuffer{};  // lines of the error file not yet written
   std::size_t errorFileBuffered = 0;
   bool errorFileIncomplete = false;  // a line could not be written, and the user was told
@@ -212,9 +212,9 @@ struct BuilderState {
 /// isi: compaction.
 struct CompactState {
   bool inPlace = false;
-  int compactLockFd = -1;                 // data file, open for its locks only
-  DataFileLock* dataFileLock = nullptr;   // owned
-  FixedText<256> isiDataFileName;         // data file named in the index header
+  int compactLockFd = -1;                // data file, open for its locks only
+  DataFileLock* dataFileLock = nullptr;  // owned
+  FixedText<256> isiDataFileName;        // data file named in the index header
   FileName backupName;
   int backupFd = -1;
   std::uint8_t* backupBuffer = nullptr;  // owned

@@ -12,8 +12,8 @@ enum class CleanUp { normal, failure };
 /// stays. May be called at any time, any number of times.
 void CleanUpFiles(RunContext& run, CleanUp mode);
 
-/// The part of the clean-up after a failure that the interrupt handler carries out: async-signal-safe, interrupts must be
-/// held.
+/// The part of the clean-up after a failure that the interrupt handler carries out: async-signal-safe, interrupts must
+/// be held.
 void closeAndRemoveFiles(RunContext& run, CleanUp mode);
 
 /// Closes and deletes the index file of a failed run, if it is open.

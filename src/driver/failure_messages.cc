@@ -77,9 +77,12 @@ struct FailureRow {
   void (*put)(RunContext&);
 };
 constexpr FailureRow buildRows[] = {
-    {status::workFileReadFailed, putWorkFileReadFailure},   {status::inputReadFailed, putInputReadFailure},
-    {status::invalidEndOfRecord, putInvalidEndOfRecord},    {status::outOfMemory, putNothing},
-    {status::treeTooHigh, putMessageBuffer},                {status::recordTooLong, putRecordTooLong},
+    {status::workFileReadFailed, putWorkFileReadFailure},
+    {status::inputReadFailed, putInputReadFailure},
+    {status::invalidEndOfRecord, putInvalidEndOfRecord},
+    {status::outOfMemory, putNothing},
+    {status::treeTooHigh, putMessageBuffer},
+    {status::recordTooLong, putRecordTooLong},
 };
 
 struct CompactText {

@@ -5,8 +5,8 @@
 
 namespace tarnvale {
 
-/// Writes the text of the code for a failure of the command line or the opening of files, and a line end. A code without
-/// a fixed text is told by what the failing routine left in `messageBuffer`.
+/// Writes the text of the code for a failure of the command line or the opening of files, and a line end. A code
+/// without a fixed text is told by what the failing routine left in `messageBuffer`.
 void putParseFailure(RunContext& run, StatusCode status);
 
 /// Writes the message of a failed build.

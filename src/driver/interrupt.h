@@ -11,8 +11,8 @@ namespace tarnvale {
 /// Opens the standard descriptors that are closed on /dev/null, so that no file of a run gets their numbers.
 void openStandardDescriptors();
 
-/// Installs OnInterrupt for SIGINT, and for SIGTERM and SIGHUP unless they are ignored. A reader that goes away and a file
-/// size limit become failed writes.
+/// Installs OnInterrupt for SIGINT, and for SIGTERM and SIGHUP unless they are ignored. A reader that goes away and a
+/// file size limit become failed writes.
 void installInterruptHandler();
 
 /// Writes its message, cleans up as after a failure and ends the process with exit status 1. Async-signal-safe.

@@ -25,8 +25,8 @@ FixedText<9> FormatElapsed(std::time_t seconds) {
 
 void putTimingLine(RunContext& run, const ClockText& start) {
   const ClockText stop = currentClock();
-  putComposed(run, {"Start time = ", start.text.view(), "  Stop time = ", stop.text.view(), "  Elapsed time = ",
-                    FormatElapsed(stop.seconds - start.seconds).view(), "\n"});
+  putComposed(run, {"Start time = ", start.text.view(), "  Stop time = ", stop.text.view(),
+                    "  Elapsed time = ", FormatElapsed(stop.seconds - start.seconds).view(), "\n"});
 }
 
 }  // namespace tarnvale

@@ -155,8 +155,8 @@ bool isInDeclaredFormat(const RunContext& run) {
          !(run.spaceCompressionFound && !run.spaceCompressionAllowed) && !run.recordSizeInvalid;
 }
 
-// The end of every build or compaction, successful or not. An interrupt has to wait: between the closing of an index that
-// does not hold and its deletion the file must not be left behind.
+// The end of every build or compaction, successful or not. An interrupt has to wait: between the closing of an index
+// that does not hold and its deletion the file must not be left behind.
 StatusCode finishRun(RunContext& run, StatusCode result, const ClockText& startTime) {
   const InterruptHold hold;
   const bool compaction = run.compactOptions != 0;

@@ -7,8 +7,8 @@
 
 namespace tarnvale {
 
-/// Runs the utility on an argument vector; messages go to `output` until a log is opened. 0 on success, 1 when the usage
-/// text answered a `?` or a file could not be closed, else a negative StatusCode.
+/// Runs the utility on an argument vector; messages go to `output` until a log is opened. 0 on success, 1 when the
+/// usage text answered a `?` or a file could not be closed, else a negative StatusCode.
 [[nodiscard]] StatusCode RunUtility(int argc, char* const* argv, std::FILE* output);
 
 }  // namespace tarnvale

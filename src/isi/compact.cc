@@ -60,7 +60,8 @@ bool convertEntry(const IsiHandle& handle, std::uint8_t* sortEntry) {
   return true;
 }
 
-// A walk that stopped before the end. A misplaced node is damage too; its own code would say that the input is exhausted.
+// A walk that stopped before the end. A misplaced node is damage too; its own code would say that the input is
+// exhausted.
 StatusCode failWalk(RunContext& run, StatusCode status) {
   if (status != status::nodeMisplaced && status != status::treeInconsistent) return status;
   putComposed(run, {"The tree is damaged in ISI file: ", fileName(run.inputName), "\n"});

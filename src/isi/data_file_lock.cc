@@ -38,7 +38,8 @@ bool requestLock(int fd, int command, short type, off_t offset, off_t length) {
   return result == 0;
 }
 
-// Takes the access byte, to write in the exclusive form. A file system that knows no such locks (EINVAL) is no obstacle.
+// Takes the access byte, to write in the exclusive form. A file system that knows no such locks (EINVAL) is no
+// obstacle.
 StatusCode takeAccessLock(const DataFileLock& lock, short type) {
   if (lock.fd < 0) return noDataFile;
   if (requestLock(lock.fd, F_SETLK, type, accessOffset, accessLength) || errno == EINVAL) return status::success;

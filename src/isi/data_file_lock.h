@@ -12,15 +12,15 @@
 namespace tarnvale {
 
 struct DataFileLock {
-  int fd = -1;                      // of the data file; closed by the driver
+  int fd = -1;  // of the data file; closed by the driver
   bool updateLockHeld = false;
   std::uint64_t dataFileLength = 0;  // bytes, when the file was opened
 };
 
-/// Opens the data file named in `isiDataFileName` and takes the locks of the chosen form. Exclusive form: a write lock on
-/// the access byte, refused when anybody uses the file; -170. Form with locking: a read lock on the access byte, then,
-/// waiting as long as it takes, the update lock, to write when the index is compacted in place; -169. -7: no memory.
-/// `recordCount` is the index header's: an empty data file cannot have that many.
+/// Opens the data file named in `isiDataFileName` and takes the locks of the chosen form. Exclusive form: a write lock
+/// on the access byte, refused when anybody uses the file; -170. Form with locking: a read lock on the access byte,
+/// then, waiting as long as it takes, the update lock, to write when the index is compacted in place; -169. -7: no
+/// memory. `recordCount` is the index header's: an empty data file cannot have that many.
 [[nodiscard]] StatusCode lockDataFile(RunContext& run, std::uint32_t recordCount);
 
 /// Gives up the update lock when it is held. 0, -1 no file, -2 refused.

@@ -32,9 +32,8 @@ StatusCode appendDeletedRecord(RunContext& run) {
     run.previousListPointer = run.lastNodePointer;
     node.count = 0;
   }
-  const std::uint64_t position = run.recordNumberAddressing
-                                     ? run.currentLfa / static_cast<std::uint64_t>(run.foundRecordLength)
-                                     : run.currentLfa;
+  const std::uint64_t position =
+      run.recordNumberAddressing ? run.currentLfa / static_cast<std::uint64_t>(run.foundRecordLength) : run.currentLfa;
   node.positions[node.count] = static_cast<std::uint32_t>(position);
   node.count = static_cast<std::uint16_t>(node.count + 1);
   return status::success;

@@ -61,8 +61,7 @@ StatusCode moveListDown(RunContext& run, std::uint64_t from, std::uint64_t nodes
 
 StatusCode writeList(RunContext& run, IsiHandle& handle, std::uint64_t& nodes) {
   IsiHeader& header = handle.area.header;
-  constexpr auto notKept =
-      record_flag::variableLength | record_flag::spaceCompressed | record_flag::deletedNotKept;
+  constexpr auto notKept = record_flag::variableLength | record_flag::spaceCompressed | record_flag::deletedNotKept;
   nodes = 1;
   if ((header.recordFlags & notKept) != 0) {
     if (header.deletedListHead != noPointer) PutMessage(run, "Deleted Data Record sectors purged from ISI!");

@@ -6,9 +6,9 @@
 
 namespace tarnvale {
 
-/// Writes the list behind the header area and the root, in its order, or discards it for files whose deleted records are
-/// not kept; counts its positions in `deletedRecordCount`. The output then ends behind the list, and its position is
-/// there. -3 a node cannot be read or is damaged, -157 a write fails.
+/// Writes the list behind the header area and the root, in its order, or discards it for files whose deleted records
+/// are not kept; counts its positions in `deletedRecordCount`. The output then ends behind the list, and its position
+/// is there. -3 a node cannot be read or is damaged, -157 a write fails.
 [[nodiscard]] StatusCode carryDeletedList(RunContext& run, IsiHandle& handle);
 
 }  // namespace tarnvale

@@ -8,8 +8,8 @@
 
 namespace tarnvale {
 
-/// Reports an entry whose key equals the one before, where a report is wanted: in the error file, and among the messages
-/// when duplicates are not allowed. Every key byte is written as it is.
+/// Reports an entry whose key equals the one before, where a report is wanted: in the error file, and among the
+/// messages when duplicates are not allowed. Every key byte is written as it is.
 void reportDuplicate(RunContext& run, const std::uint8_t* entry);
 
 /// Adds a line to the error file, if there is one; CR LF ends it. Lines are collected in `errorFileBuffer`.

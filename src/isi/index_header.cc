@@ -52,7 +52,8 @@ IsiHeader makeHeader(const RunContext& run) {
   header.magic = {'S', 'I', 'S', 'I'};
   header.versionWord = isiVersion;
   header.recordFlags = recordFlags(run);
-  header.indexFlags = static_cast<std::uint8_t>(run.osType | (run.recordNumberAddressing ? index_flag::recordNumbers : 0));
+  header.indexFlags =
+      static_cast<std::uint8_t>(run.osType | (run.recordNumberAddressing ? index_flag::recordNumbers : 0));
   header.recordLength = static_cast<std::uint16_t>(length);
   header.keyLength = static_cast<std::uint16_t>(run.indexKeyLength);
   header.dataExtent = static_cast<std::uint32_t>(

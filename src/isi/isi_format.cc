@@ -7,9 +7,9 @@ namespace tarnvale {
 void swapHeader(IsiHeader& header) {
   swapBytes(header.recordLength);
   swapBytes(header.keyLength);
-  for (Le32* field : {&header.dataExtent, &header.deletedListHead, &header.rootPointer, &header.reserved24,
-                      &header.reserved28, &header.spinCounter, &header.reserved36, &header.reserved40,
-                      &header.recordCount, &header.deletedCount}) {
+  for (Le32* field :
+       {&header.dataExtent, &header.deletedListHead, &header.rootPointer, &header.reserved24, &header.reserved28,
+        &header.spinCounter, &header.reserved36, &header.reserved40, &header.recordCount, &header.deletedCount}) {
     swapBytes(*field);
   }
   for (PrimaryCondition& test : header.selectTests) swapBytes(test.position);

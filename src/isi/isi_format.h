@@ -29,11 +29,11 @@ inline constexpr std::uint16_t isiVersionSwapped = 0x03FC;
 inline constexpr std::int32_t maxTreeLevels = 16;
 
 namespace record_flag {
-inline constexpr std::uint8_t eorMask = 0xC0;           // 0x00 CR, 0x40 CR LF, 0x80 LF, 0xC0 LF CR
-inline constexpr std::uint8_t eorTwoBytes = 0x40;       // set: CR LF or LF CR
+inline constexpr std::uint8_t eorMask = 0xC0;      // 0x00 CR, 0x40 CR LF, 0x80 LF, 0xC0 LF CR
+inline constexpr std::uint8_t eorTwoBytes = 0x40;  // set: CR LF or LF CR
 inline constexpr std::uint8_t eorLineFeed = 0x80;
-inline constexpr std::uint8_t deletedNotKept = 0x20;    // deleted records are not kept for reuse
-inline constexpr std::uint8_t binary = 0x10;            // without end-of-record mark
+inline constexpr std::uint8_t deletedNotKept = 0x20;  // deleted records are not kept for reuse
+inline constexpr std::uint8_t binary = 0x10;          // without end-of-record mark
 inline constexpr std::uint8_t spaceCompressed = 0x08;
 inline constexpr std::uint8_t noDuplicates = 0x04;
 inline constexpr std::uint8_t variableLength = 0x02;
@@ -45,28 +45,28 @@ inline constexpr std::uint8_t recordNumbers = 0x01;  // positions are record num
 }  // namespace index_flag
 
 struct IsiHeader {
-  std::array<char, 4> magic;                                       //    0  "SISI"
-  Le16 versionWord;                                                //    4  isiVersion
-  std::uint8_t recordFlags;                                        //    6
-  std::uint8_t indexFlags;                                         //    7
-  Le16 recordLength;                                               //    8  bytes, without the end-of-record mark
-  Le16 keyLength;                                                  //   10  bytes, 1 to 150
-  Le32 dataExtent;                                                 //   12  data file: record slots, or bytes
-  Le32 deletedListHead;                                            //   16  pointer, noPointer when empty
-  Le32 rootPointer;                                                //   20
-  Le32 reserved24;                                                 //   24  0xFFFFFFFF
-  Le32 reserved28;                                                 //   28
-  Le32 spinCounter;                                                //   32  flips with each compaction
-  Le32 reserved36;                                                 //   36  set to 0 by each compaction
-  Le32 reserved40;                                                 //   40
-  Le32 recordCount;                                                //   44  records scanned, low 32 bits
-  Le32 deletedCount;                                               //   48
-  std::array<std::uint8_t, 12> reserved52;                         //   52
-  std::array<PrimaryCondition, maxPrimaryOptions> selectTests;     //   64
-  std::array<std::uint8_t, 8> reserved104;                         //  104
-  std::array<KeySpec, maxKeySpecs> keySegments;                    //  112  ends at the first of length 0
-  std::array<char, 256> dataFileName;                              //  240  NUL-terminated
-  std::array<char, 528> storedCommandLine;                         //  496  NUL-terminated
+  std::array<char, 4> magic;                                    //    0  "SISI"
+  Le16 versionWord;                                             //    4  isiVersion
+  std::uint8_t recordFlags;                                     //    6
+  std::uint8_t indexFlags;                                      //    7
+  Le16 recordLength;                                            //    8  bytes, without the end-of-record mark
+  Le16 keyLength;                                               //   10  bytes, 1 to 150
+  Le32 dataExtent;                                              //   12  data file: record slots, or bytes
+  Le32 deletedListHead;                                         //   16  pointer, noPointer when empty
+  Le32 rootPointer;                                             //   20
+  Le32 reserved24;                                              //   24  0xFFFFFFFF
+  Le32 reserved28;                                              //   28
+  Le32 spinCounter;                                             //   32  flips with each compaction
+  Le32 reserved36;                                              //   36  set to 0 by each compaction
+  Le32 reserved40;                                              //   40
+  Le32 recordCount;                                             //   44  records scanned, low 32 bits
+  Le32 deletedCount;                                            //   48
+  std::array<std::uint8_t, 12> reserved52;                      //   52
+  std::array<PrimaryCondition, maxPrimaryOptions> selectTests;  //   64
+  std::array<std::uint8_t, 8> reserved104;                      //  104
+  std::array<KeySpec, maxKeySpecs> keySegments;                 //  112  ends at the first of length 0
+  std::array<char, 256> dataFileName;                           //  240  NUL-terminated
+  std::array<char, 528> storedCommandLine;                      //  496  NUL-terminated
 };
 static_assert(sizeof(IsiHeader) == 1024 && alignof(IsiHeader) == 1);
 static_assert(offsetof(IsiHeader, recordLength) == 8 && offsetof(IsiHeader, deletedListHead) == 16);
@@ -100,18 +100,18 @@ struct DeletedRecordNode {
   static constexpr std::uint8_t signature1 = 0xF9;
   static constexpr std::uint8_t signature2 = 0xFD;
 
-  std::array<Le32, capacity> positions;    //    0  in the units of record positions
-  Le32 next;                               //  504  pointer, noPointer at the end
-  Le16 count;                              //  508  1 to 126
-  std::array<std::uint8_t, 2> signature;   //  510
+  std::array<Le32, capacity> positions;   //    0  in the units of record positions
+  Le32 next;                              //  504  pointer, noPointer at the end
+  Le16 count;                             //  508  1 to 126
+  std::array<std::uint8_t, 2> signature;  //  510
 };
 static_assert(sizeof(DeletedRecordNode) == nodeSize && offsetof(DeletedRecordNode, next) == 504);
 
 /// The first 2048 bytes of a file, which readers keep in memory.
 struct IsiHeaderArea {
-  IsiHeader header;                //    0
-  IsiNode root;                    // 1024
-  DeletedRecordNode deletedNode;   // 1536
+  IsiHeader header;               //    0
+  IsiNode root;                   // 1024
+  DeletedRecordNode deletedNode;  // 1536
 };
 static_assert(sizeof(IsiHeaderArea) == headerAreaSize);
 static_assert(offsetof(IsiHeaderArea, root) == rootOffset);

@@ -1,6 +1,6 @@
 // The one idea: only the right edge of the tree is in memory, one node image per level. A full image goes to the end of
-// the file and the next key rises one level, where the node just written becomes its left child; so no node is ever read
-// back or written twice.
+// the file and the next key rises one level, where the node just written becomes its left child; so no node is ever
+// read back or written twice.
 //
 //   two entries to a node, keys 1 to 8, just before 8 comes:
 //      level 1   3 6        the 3 has the leaf 1 2 on its left, the 6 the leaf 4 5
@@ -23,9 +23,7 @@ namespace {
 
 constexpr std::size_t nodeImages = maxTreeLevels + 1;  // one per level, and the pending deleted-record node
 
-IsiNode& levelNode(RunContext& run, std::int32_t level) {
-  return reinterpret_cast<IsiNode*>(run.levelBuffers)[level];
-}
+IsiNode& levelNode(RunContext& run, std::int32_t level) { return reinterpret_cast<IsiNode*>(run.levelBuffers)[level]; }
 
 bool isDuplicate(const RunContext& run, const std::uint8_t* entry) {
   return run.previousEntryValid && std::memcmp(run.previousKey.data(), entryKey(entry), run.indexKeyLength) == 0;
@@ -62,9 +60,8 @@ bool writeLevelNode(RunContext& run, IsiNode& node) {
 StatusCode reportLevelLimit(RunContext& run) {
   std::uint64_t capacity = 1;
   for (std::int32_t level = 0; level < maxTreeLevels; ++level) capacity *= run.fillLimit + 1;
-  run.messageBuffer.format(
-      "\nError! Tree level limit (%d) can only support %" PRIu64 " records for this ISI file! ", maxTreeLevels,
-      capacity - 1);
+  run.messageBuffer.format("\nError! Tree level limit (%d) can only support %" PRIu64 " records for this ISI file! ",
+                           maxTreeLevels, capacity - 1);
   putErrorFileLine(run, run.messageBuffer);
   return status::treeTooHigh;
 }
@@ -100,8 +97,8 @@ StatusCode insertDuplicate(RunContext& run, const std::uint8_t* entry) {
 void reportLength(RunContext& run, const std::uint8_t* entry, int number, const char* kind) {
   if (!run.debugMode) return;
   putFormatted(run, "\nWriteTagRecord(%d):\n1st %s Rec Length:%d at LFA:0x%.8lX Max Allowed RecordLength:%d!\n", number,
-               kind, entryRecordLength(entry),
-               static_cast<unsigned long>(static_cast<std::uint32_t>(entryLfa(entry))), run.foundRecordLength);
+               kind, entryRecordLength(entry), static_cast<unsigned long>(static_cast<std::uint32_t>(entryLfa(entry))),
+               run.foundRecordLength);
 }
 
 // A record of another length than the others: noted, and reported the first time.

@@ -1,8 +1,8 @@
-// The path from the root to the current node is a stack of (node, child entered). The next entry stands either below the
-// current one's right side, or is the entry of the nearest ancestor whose child was left.
+// The path from the root to the current node is a stack of (node, child entered). The next entry stands either below
+// the current one's right side, or is the entry of the nearest ancestor whose child was left.
 //
-// An index may be damaged: every count and pointer is checked before it is used, keys must ascend, and no more nodes are
-// entered than the file has, so that a walk always ends.
+// An index may be damaged: every count and pointer is checked before it is used, keys must ascend, and no more nodes
+// are entered than the file has, so that a walk always ends.
 #include "isi/tree_cursor.h"
 
 #include <algorithm>

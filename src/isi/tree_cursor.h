@@ -43,8 +43,8 @@ struct IsiHandle {
   std::array<std::uint8_t, isiEntrySize(maxKeyLength)> entry{};  // copy of the entry delivered last
 };
 
-/// Reads the header area and takes the geometry of the index from it. -102: short, without the magic, or with a key length
-/// that no index has; -162: of another version.
+/// Reads the header area and takes the geometry of the index from it. -102: short, without the magic, or with a key
+/// length that no index has; -162: of another version.
 [[nodiscard]] StatusCode openIndex(IsiHandle& handle, int fd);
 
 /// Re-reads the header area when the file's change counter differs from the one in memory. -102 when that fails.

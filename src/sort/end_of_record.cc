@@ -110,7 +110,8 @@ EorConvention DetectEndOfRecord(RunContext& run, int fd, std::span<std::uint8_t>
     if (noContent) result = EorConvention::systemDefault;
     // A length beyond any record is refused by the caller: saturated, it stays so.
     constexpr std::uint64_t beyondAnyRecord = 0x10000;
-    if (!noContent) run.foundRecordLength = static_cast<std::int32_t>(std::min(length, beyondAnyRecord) + run.eorLength);
+    if (!noContent)
+      run.foundRecordLength = static_cast<std::int32_t>(std::min(length, beyondAnyRecord) + run.eorLength);
   }
   return reader.failed ? EorConvention::sizeUnknown : result;
 }

@@ -13,8 +13,9 @@ enum class EorConvention { cr, crLf, lf, lfCr, systemDefault, notDefined, sizeUn
 
 /// Reads the file backwards from its end. The last mark of the file decides: `eorLength`, `eorChar1`, `eorChar2` and
 /// `eorCode` are set from it. For a fixed-length text file without a given record length the length of the last record,
-/// its mark included, goes to `foundRecordLength`; the other formats look no further back than one chunk (the buffer less
-/// one byte). A file without a mark keeps the settings: systemDefault. sizeUnknown: the file cannot be measured or read.
+/// its mark included, goes to `foundRecordLength`; the other formats look no further back than one chunk (the buffer
+/// less one byte). A file without a mark keeps the settings: systemDefault. sizeUnknown: the file cannot be measured or
+/// read.
 [[nodiscard]] EorConvention DetectEndOfRecord(RunContext& run, int fd, std::span<std::uint8_t> buffer);
 
 /// The words of the diagnostic line.

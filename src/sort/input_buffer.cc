@@ -56,9 +56,8 @@ std::int32_t fillInputBuffer(RunContext& run, int fd) {
       return status::inputReadFailed;
     }
     if (run.debugMode) {
-      putFormatted(run,
-                   "\nfillInputBuffer(2):\n Retry:%d  At location:0x%.8lX  Bytes read was:%d Should be:%d\n", retries,
-                   static_cast<unsigned long>(static_cast<std::uint32_t>(run.inputReadPosition)),
+      putFormatted(run, "\nfillInputBuffer(2):\n Retry:%d  At location:0x%.8lX  Bytes read was:%d Should be:%d\n",
+                   retries, static_cast<unsigned long>(static_cast<std::uint32_t>(run.inputReadPosition)),
                    static_cast<int>(found.length), static_cast<int>(inputBlockSize));
     }
   }

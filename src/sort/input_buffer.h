@@ -19,8 +19,8 @@ inline constexpr std::size_t inputBlockSize = 65536;
 inline constexpr std::size_t readAheadSize = maxTermLength;
 inline constexpr std::size_t inputBufferSize = inputCarrySize + inputBlockSize + readAheadSize;
 
-/// Reads the block at `inputReadPosition` and sets the scan cursor to its first byte. The number of bytes in the block, 0
-/// when the data file is exhausted, or -4 when it cannot be read. A Ctrl-Z that ends a text file is left out.
+/// Reads the block at `inputReadPosition` and sets the scan cursor to its first byte. The number of bytes in the block,
+/// 0 when the data file is exhausted, or -4 when it cannot be read. A Ctrl-Z that ends a text file is left out.
 [[nodiscard]] std::int32_t fillInputBuffer(RunContext& run, int fd);
 
 /// Reads the next block behind the bytes from `from` to the block's end (at most 65,535), which move in front of it;

@@ -17,14 +17,14 @@ inline constexpr std::int32_t keyTableEnd = -1;
 inline constexpr std::int32_t keyTestFailed = -2;
 inline constexpr std::int32_t keyGap = -2;
 
-/// Looks at one column of the record: tests the conditions on it and tells where its byte goes in the key. `position` is
-/// the record's byte at the column, `byte` its value (a blank inside a TAB), folded to upper case where the key is.
+/// Looks at one column of the record: tests the conditions on it and tells where its byte goes in the key. `position`
+/// is the record's byte at the column, `byte` its value (a blank inside a TAB), folded to upper case where the key is.
 /// Columns must come in ascending order from `run.columnCursor` on.
 [[nodiscard]] std::int32_t ExtractKeyByte(RunContext& run, const std::uint8_t* position, std::uint32_t column,
                                           std::uint8_t& byte);
 
-/// The next key position that the record did not reach: to be filled with a blank. Conditions on the way are tested with
-/// the blank. keyTableEnd when there is none left or a test failed.
+/// The next key position that the record did not reach: to be filled with a blank. Conditions on the way are tested
+/// with the blank. keyTableEnd when there is none left or a test failed.
 [[nodiscard]] std::int32_t PadKeyByte(RunContext& run, const std::uint8_t* position, std::uint32_t column,
                                       std::uint8_t byte);
 

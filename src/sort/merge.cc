@@ -1,6 +1,6 @@
 // A pass reads every train of one work file, group by group. Each group becomes one train of the other file; the final
-// pass has one group, and its entries go to the callback. The sort area is the read buffer: each train of a group has an
-// equal part of it.
+// pass has one group, and its entries go to the callback. The sort area is the read buffer: each train of a group has
+// an equal part of it.
 #include "sort/merge.h"
 
 #include <algorithm>

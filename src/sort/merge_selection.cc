@@ -69,7 +69,8 @@ std::size_t SelectNextMergeEntry(MergeGroup& group) {
     return group.winner.slot;
   }
   Head winner = headOf(group, group.winner.slot);
-  for (std::size_t node = (group.count + winner.slot) / 2; node >= 1; node /= 2) play(group, winner, group.losers[node]);
+  for (std::size_t node = (group.count + winner.slot) / 2; node >= 1; node /= 2)
+    play(group, winner, group.losers[node]);
   group.winner = winner;
   return winner.slot;
 }

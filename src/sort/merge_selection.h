@@ -39,11 +39,11 @@ struct MergeGroup {
   };
 
   std::array<MergeSlot, maxFanIn> slots{};
-  std::size_t count = 0;         // slots filled
-  std::uint32_t keyLength = 0;   // bytes of a key
-  std::uint32_t prefixStart = 0; // where the prefix begins in the entry
-  std::uint64_t prefixMask = 0;  // the bits of it that belong to the key
-  bool started = false;          // the tree is made by the first selection
+  std::size_t count = 0;          // slots filled
+  std::uint32_t keyLength = 0;    // bytes of a key
+  std::uint32_t prefixStart = 0;  // where the prefix begins in the entry
+  std::uint64_t prefixMask = 0;   // the bits of it that belong to the key
+  bool started = false;           // the tree is made by the first selection
   Head winner{};
   std::array<Head, maxFanIn> losers{};  // node 1 is the top; node 0 is not used
 };

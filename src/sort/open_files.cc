@@ -55,8 +55,7 @@ StatusCode checkStoredName(RunContext& run) {
   const std::size_t bare = parts.baseName.size() + parts.extension.size();
   if (run.discardPathInHeader) {
     if (bare <= maxStoredName) return status::success;
-    return fail(run, status::bareNameTooLong,
-                {"Filename+Extension size limited to 255 characters with 'z' option!"});
+    return fail(run, status::bareNameTooLong, {"Filename+Extension size limited to 255 characters with 'z' option!"});
   }
   const std::size_t drive = run.noDriveInHeader ? 0 : parts.drive.size();
   if (bare + parts.directory.size() + drive <= maxStoredName) return status::success;
@@ -76,8 +75,7 @@ bool openInput(RunContext& run, int access) {
 
 bool createDataFile(RunContext& run) {
   const InterruptHold hold;
-  run.inputFd =
-      ::open(run.inputName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, everyoneReadsAndWrites);
+  run.inputFd = ::open(run.inputName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, everyoneReadsAndWrites);
   run.dataFileCreated = run.inputFd >= 0;
   return run.dataFileCreated;
 }
@@ -142,11 +140,11 @@ StatusCode openInputFile(RunContext& run) {
   return status;
 }
 
-// --- the index file ---------------------------------------------------------------------------------------------------
+// --- the index file
+// ---------------------------------------------------------------------------------------------------
 
 StatusCode unresolvedOutput(RunContext& run) {
-  return fail(run, status::outputNameUnresolved,
-              {"Unable to resolve name for output file ", fileName(run.outputName)});
+  return fail(run, status::outputNameUnresolved, {"Unable to resolve name for output file ", fileName(run.outputName)});
 }
 
 // The parts of the output's name: what was not given is taken from the data file. `name` is the resolved name.
@@ -156,7 +154,8 @@ bool completeOutputParts(RunContext& run, FileName& name) {
   if (!splitFileName(name, parts)) return false;
   if (parts.baseName.empty()) parts.baseName = data.baseName;
   if (parts.extension.empty()) {
-    const std::string_view standard = run.compactOptions != 0 ? data.extension.view() : run.defaultIndexExtension.view();
+    const std::string_view standard =
+        run.compactOptions != 0 ? data.extension.view() : run.defaultIndexExtension.view();
     if (!parts.extension.assign(standard)) return false;
   }
   if (!findAndBuildFileName(run, name, parts)) return false;
@@ -221,7 +220,8 @@ StatusCode openOutputFile(RunContext& run) {
   return status::success;
 }
 
-// --- the error file ---------------------------------------------------------------------------------------------------
+// --- the error file
+// ---------------------------------------------------------------------------------------------------
 
 StatusCode openErrorFile(RunContext& run) {
   FileNameParts parts = run.indexFileParts;

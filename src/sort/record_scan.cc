@@ -14,9 +14,9 @@ namespace tarnvale {
 namespace {
 
 constexpr std::uint8_t ctrlZ = 0x1A;
-constexpr std::uint32_t maxRecordSize = 65535;    // less the end-of-record mark
-constexpr std::int32_t smallestMaxRecord = 256;   // columns, when the first record decides
-constexpr StatusCode skipped = 1;                 // findRecord: a deleted record, not one to index
+constexpr std::uint32_t maxRecordSize = 65535;   // less the end-of-record mark
+constexpr std::int32_t smallestMaxRecord = 256;  // columns, when the first record decides
+constexpr StatusCode skipped = 1;                // findRecord: a deleted record, not one to index
 
 // A record found, and whether the data ended in it.
 struct FoundRecord {
@@ -178,8 +178,7 @@ StatusCode findRecord(RunContext& run, FoundRecord& found) {
 bool hasTabToExpand(RunContext& run, const RecordBytes& record) {
   if (run.binaryRecords || !run.tabExpansion) return false;
   if (run.nextTab == nullptr || run.nextTab < record.begin) {
-    const void* const tab =
-        std::memchr(record.begin, '\t', static_cast<std::size_t>(run.blockEnd - record.begin));
+    const void* const tab = std::memchr(record.begin, '\t', static_cast<std::size_t>(run.blockEnd - record.begin));
     run.nextTab = tab != nullptr ? static_cast<const std::uint8_t*>(tab) : run.blockEnd;
   }
   return run.nextTab < record.end;
@@ -187,8 +186,7 @@ bool hasTabToExpand(RunContext& run, const RecordBytes& record) {
 
 void reportLongRecord(RunContext& run, std::uint32_t columns) {
   if (run.debugMode && !run.recordSizeInvalid) {
-    putFormatted(run,
-                 "\nCreateSubList(1):\n1st Long Rec Length:%d at LFA:0x%.8lX Max Allowed RecordLength:%d!\n",
+    putFormatted(run, "\nCreateSubList(1):\n1st Long Rec Length:%d at LFA:0x%.8lX Max Allowed RecordLength:%d!\n",
                  static_cast<int>(columns), static_cast<unsigned long>(static_cast<std::uint32_t>(run.currentLfa)),
                  run.foundRecordLength);
   }

@@ -38,10 +38,9 @@ void warnWhenNearlyFull(RunContext& run) {
   if (run.fillLimit > largestCountableFillLimit) return;
   const std::uint64_t allowed = treeCapacity(run.fillLimit);
   if (run.indexedRecordCount <= allowed * 95 / 100) return;
-  putFormatted(run,
-               "Record count of (%" PRIu64 ") is more than 95 percent of %" PRIu64
-               " records allowed for this ISI file!\n",
-               run.indexedRecordCount, allowed);
+  putFormatted(
+      run, "Record count of (%" PRIu64 ") is more than 95 percent of %" PRIu64 " records allowed for this ISI file!\n",
+      run.indexedRecordCount, allowed);
 }
 
 }  // namespace

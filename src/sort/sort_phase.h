@@ -13,8 +13,8 @@ namespace tarnvale {
 [[nodiscard]] StatusCode SortPhase(RunContext& run);
 
 /// Divides the sort area for keys of `keyLength` bytes: sets `sortKeyLength`, `sortEntrySize`, `sortEntryCapacity` and
-/// `sortPointerArray`, and makes the train table empty. -9, with its message printed, when the area is too small for the
-/// widest merge that its trains may need.
+/// `sortPointerArray`, and makes the train table empty. -9, with its message printed, when the area is too small for
+/// the widest merge that its trains may need.
 [[nodiscard]] StatusCode divideSortArea(RunContext& run, std::uint32_t keyLength);
 
 /// Fills, sorts and writes trains until the input is exhausted; the last one ends with the end marker of the file.

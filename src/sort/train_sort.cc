@@ -22,11 +22,11 @@ namespace tarnvale {
 
 namespace {
 
-constexpr std::size_t maxPairs = 131072;   // two areas of 1 MiB: part of the 4 MiB a run takes besides its buffers
-constexpr std::size_t smallGroup = 24;     // up to here comparing entries is faster than distributing them
-constexpr unsigned digitBits = 11;         // the counters of a digit, 8 KiB, stay in the first-level cache
+constexpr std::size_t maxPairs = 131072;  // two areas of 1 MiB: part of the 4 MiB a run takes besides its buffers
+constexpr std::size_t smallGroup = 24;    // up to here comparing entries is faster than distributing them
+constexpr unsigned digitBits = 11;        // the counters of a digit, 8 KiB, stay in the first-level cache
 constexpr std::uint32_t digitValues = 1U << digitBits;
-constexpr unsigned spareBits = 5;          // bits taken beyond those that number the entries: most groups end at one
+constexpr unsigned spareBits = 5;  // bits taken beyond those that number the entries: most groups end at one
 constexpr std::uint32_t groupStart = 1U << 31;  // in a slot: its bits differ from the slot before
 
 struct Pair {
@@ -208,7 +208,8 @@ void ShellSortEntries(const RunContext& run, std::uint32_t* first, std::uint32_t
   const auto count = last - first + 1;
   for (auto gap = count / 2; gap > 0; gap /= 2) {
     for (auto i = gap; i < count; ++i) {
-      for (auto j = i; j >= gap && sortsAfter(run, first[j - gap], first[j]); j -= gap) std::swap(first[j - gap], first[j]);
+      for (auto j = i; j >= gap && sortsAfter(run, first[j - gap], first[j]); j -= gap)
+        std::swap(first[j - gap], first[j]);
     }
   }
 }

@@ -22,8 +22,11 @@ bool reachesEnd(int fd, std::uint64_t offset, ssize_t bytesRead) {
   return size && bytesRead >= 0 && static_cast<std::uint32_t>(*size - offset) == static_cast<std::uint32_t>(bytesRead);
 }
 
-// The number in the diagnostics of a short read: an odd one when the read is given up, the next one when it is repeated.
-int diagnosticNumber(TrainBlock which, bool repeated) { return (which == TrainBlock::first ? 1 : 3) + (repeated ? 1 : 0); }
+// The number in the diagnostics of a short read: an odd one when the read is given up, the next one when it is
+// repeated.
+int diagnosticNumber(TrainBlock which, bool repeated) {
+  return (which == TrainBlock::first ? 1 : 3) + (repeated ? 1 : 0);
+}
 
 void reportGivingUp(RunContext& run, TrainBlock which, std::size_t size, ssize_t bytesRead) {
   if (!run.debugMode) return;
