@@ -73,6 +73,21 @@ StatusCode completeOptions(RunContext& run) {
   return status::success;
 }
 
+// A command that an index cannot keep is refused before any file is made. Only a build keeps it, and only the options
+// tell whether this is one: they are read ahead, and every setting is put back.
+StatusCode checkStoredCommand(RunContext& run, std::string_view rest) {
+  if (run.storedCommandLine.size() <= maxStoredCommandLine) return status::success;
+  const CommandLineState settings = run;
+  const InputState input = run;
+  const bool readable = skipToOptions(rest) == status::success && parseOptionSection(run, rest) == status::success;
+  const bool kept = !readable || isBuild(run);
+  static_cast<CommandLineState&>(run) = settings;
+  static_cast<InputState&>(run) = input;
+  if (!kept) return status::success;
+  composeMessage(run, {"The command line is too long: an index can keep 527 characters of it."});
+  return status::commandLineTooLong;
+}
+
 StatusCode readSettings(RunContext& run, std::string_view commandLine) {
   if (run.debugMode) {
     PutMessage(run, "Command line is:");
@@ -82,6 +97,7 @@ StatusCode readSettings(RunContext& run, std::string_view commandLine) {
   readEnvironment(run);
   std::string_view rest = commandLine;
   StatusCode status = takeFileFields(run, rest);
+  if (status == status::success) status = checkStoredCommand(run, rest);
   if (status == status::success) status = createWorkFiles(run);
   if (status == status::success) status = skipToOptions(rest);
   if (status == status::success) status = parseOptionSection(run, rest);
@@ -109,10 +125,6 @@ void completeRecordLength(RunContext& run) {
 }
 
 StatusCode startBuild(RunContext& run) {
-  if (run.storedCommandLine.size() > maxStoredCommandLine) {
-    composeMessage(run, {"The command line is too long: an index can keep 527 characters of it."});
-    return status::commandLineTooLong;
-  }
   const StatusCode status = run.openRunFiles(run);
   if (status != status::success) return status;
   completeRecordLength(run);

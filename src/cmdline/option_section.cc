@@ -15,7 +15,7 @@ namespace tarnvale {
 
 namespace {
 
-constexpr std::uint32_t maxRecordSize = 65535;  // less the end-of-record mark
+constexpr std::int32_t beyondAnyRecord = 1000000;
 
 char fold(char c) { return static_cast<char>(c | 0x20); }
 
@@ -77,20 +77,16 @@ StatusCode takeSpaceCompression(RunContext& run, OptionText& text) {
   return takeVariableLength(run, text);
 }
 
-// The value behind f or g. The character that ends the digits is taken as a separator.
+// The value behind f or g; whether a record can be that long is seen when the data file is open. The character that
+// ends the digits is taken as a separator.
 StatusCode takeBinaryLength(RunContext& run, OptionText& text) {
   if (text.peek() != '=') return run.recordLengthSpec == 0 ? status::recordLengthRequired : status::success;
   text.take();
-  const std::uint32_t limit = maxRecordSize - run.eorLength;
-  std::uint32_t length = 0;
-  while (isDigit(text.peek())) {
-    length = length * 10 + static_cast<std::uint32_t>(text.take() - '0');
-    if (length > limit) return status::recordTooLong;
-  }
+  std::int32_t length = 0;
+  while (isDigit(text.peek())) length = std::min(length * 10 + (text.take() - '0'), beyondAnyRecord);
   text.take();
-  const auto value = static_cast<std::int32_t>(length);
-  if (run.recordLengthSpec != 0 && run.recordLengthSpec != value) return status::conflictingRecordLengths;
-  run.recordLengthSpec = value;
+  if (run.recordLengthSpec != 0 && run.recordLengthSpec != length) return status::conflictingRecordLengths;
+  run.recordLengthSpec = length;
   return status::success;
 }
 

@@ -17,10 +17,10 @@ namespace tarnvale {
   return bytes;
 }
 
-/// The bits of a prefix loaded at `offset` that belong to a key of `keyLength` bytes; `offset` is below it.
+/// The bits of a prefix loaded at `offset` that belong to a key of `keyLength` bytes: none at its end.
 [[nodiscard]] inline std::uint64_t keyPrefixMask(std::uint32_t keyLength, std::uint32_t offset) {
   const std::uint32_t bytes = std::min<std::uint32_t>(keyLength - offset, 8);
-  return ~std::uint64_t{0} << (64 - 8 * bytes);
+  return bytes == 0 ? 0 : ~std::uint64_t{0} << (64 - 8 * bytes);
 }
 
 }  // namespace tarnvale

@@ -55,9 +55,8 @@ Head playAll(MergeGroup& group) {
 MergeGroup makeMergeGroup(const RunContext& run) {
   MergeGroup group;
   group.keyLength = run.sortKeyLength;
-  const std::uint32_t offset = std::min(run.sharedKeyLength, run.sortKeyLength - 1);
-  group.prefixStart = static_cast<std::uint32_t>(sortEntryHeadSize) + offset;
-  group.prefixMask = keyPrefixMask(run.sortKeyLength, offset);
+  group.prefixStart = static_cast<std::uint32_t>(sortEntryHeadSize) + run.sharedKeyLength;
+  group.prefixMask = keyPrefixMask(run.sortKeyLength, run.sharedKeyLength);
   return group;
 }
 

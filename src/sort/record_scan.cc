@@ -121,6 +121,7 @@ StatusCode findTextRecord(RunContext& run, FoundRecord& found) {
 }
 
 bool endsWithMark(const RunContext& run, const RecordBytes& record) {
+  if (run.binaryEorLength == 0) return true;  // f and g together, and a file without any mark
   if (run.binaryEorLength == 1) return record.end[-1] == run.eorChar1;
   return record.end[-2] == run.eorChar1 && record.end[-1] == run.eorChar2;
 }

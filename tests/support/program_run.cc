@@ -1,0 +1,65 @@
+#include "support/program_run.h"
+
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <vector>
+
+namespace tarnvale {
+
+ProgramRun::ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare) {
+  std::string words = std::string(TARNVALE_PROGRAM) + " " + arguments;
+  std::vector<char*> argv;
+  for (std::size_t start = 0; start < words.size();) {
+    argv.push_back(words.data() + start);
+    const std::size_t end = std::min(words.find(' ', start), words.size());
+    words[end] = '\0';
+    start = end + 1;
+  }
+  argv.push_back(nullptr);
+
+  std::array<int, 2> pipe{};
+  if (::pipe(pipe.data()) != 0) std::abort();
+  pid_ = ::fork();
+  if (pid_ == 0) {
+    ::dup2(pipe[1], STDOUT_FILENO);
+    ::close(pipe[0]);
+    ::close(pipe[1]);
+    ::setenv("TMPDIR", folder.path("tmp").c_str(), 1);
+    if (::chdir(folder.path().c_str()) != 0) ::_exit(126);
+    if (prepare) prepare();
+    ::execv(TARNVALE_PROGRAM, argv.data());
+    ::_exit(127);
+  }
+  ::close(pipe[1]);
+  output_ = pipe[0];
+}
+
+void ProgramRun::waitForOutput(int bytes) const {
+  for (int ready = 0; ready < bytes; ::ioctl(output_, FIONREAD, &ready)) ::usleep(1000);
+}
+
+void ProgramRun::interrupt() const { ::kill(pid_, SIGINT); }
+
+ProgramResult ProgramRun::finish() {
+  ProgramResult result;
+  std::array<char, 4096> piece{};
+  for (ssize_t count = 0; (count = ::read(output_, piece.data(), piece.size())) > 0;) {
+    result.output.append(piece.data(), static_cast<std::size_t>(count));
+  }
+  ::close(output_);
+  int state = 0;
+  ::waitpid(pid_, &state, 0);
+  result.exitStatus = WIFEXITED(state) ? WEXITSTATUS(state) : -1;
+  return result;
+}
+
+ProgramResult runProgram(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare) {
+  return ProgramRun(folder, arguments, prepare).finish();
+}
+
+}  // namespace tarnvale

@@ -1,0 +1,40 @@
+// The real program, started in a test's folder.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "support/test_folder.h"
+
+namespace tarnvale {
+
+struct ProgramResult {
+  int exitStatus;
+  std::string output;
+
+  [[nodiscard]] bool says(std::string_view text) const { return output.find(text) != std::string::npos; }
+};
+
+/// A started program; its messages come through a pipe, its work files go to "tmp".
+class ProgramRun {
+ public:
+  /// Arguments are separated by single blanks. `prepare` is called in the new process.
+  ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare = {});
+  ProgramRun(const ProgramRun&) = delete;
+  ProgramRun& operator=(const ProgramRun&) = delete;
+
+  /// Waits until this many bytes of messages stand in the pipe, whose room is 65,536 bytes.
+  void waitForOutput(int bytes) const;
+  void interrupt() const;
+  /// Reads the messages and waits for the end; a program that a signal ended has the exit status -1.
+  ProgramResult finish();
+
+ private:
+  int pid_ = -1;
+  int output_ = -1;
+};
+
+ProgramResult runProgram(const TestFolder& folder, const std::string& arguments,
+                         const std::function<void()>& prepare = {});
+
+}  // namespace tarnvale
