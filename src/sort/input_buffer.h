@@ -23,7 +23,7 @@ inline constexpr std::size_t inputBufferSize = inputCarrySize + inputBlockSize +
 /// 0 when the data file is exhausted, or -4 when it cannot be read. A Ctrl-Z that ends a text file is left out.
 [[nodiscard]] std::int32_t fillInputBuffer(RunContext& run, int fd);
 
-/// Reads the next block behind the bytes from `from` to the block's end (at most 65,535), which move in front of it;
+/// Reads the next block behind the bytes from `from` to the block's end (at most 65,536), which move in front of it;
 /// `from` follows them. Result as fillInputBuffer.
 [[nodiscard]] std::int32_t extendInputBlock(RunContext& run, const std::uint8_t*& from);
 

@@ -134,6 +134,7 @@ std::int32_t PadKeyByte(RunContext& run, const std::uint8_t* position, std::uint
 void walkColumns(RunContext& run, const RecordBytes& record, bool expandTabs, std::uint8_t* key) {
   run.columnCursor = run.columnTable.data();
   run.matchCount = 0;
+  forgetTermResults(run);
   ColumnPosition walk(record, expandTabs);
   std::uint32_t column = 0;
   while (walk.moveTo(column)) {

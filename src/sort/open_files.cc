@@ -80,6 +80,10 @@ bool createDataFile(RunContext& run) {
   return run.dataFileCreated;
 }
 
+void reportOpened(RunContext& run) {
+  if (run.debugMode) putComposed(run, {"Opened ", fileName(run.inputName), " as input file\n"});
+}
+
 StatusCode openDataFile(RunContext& run) {
   if (openInput(run, O_RDONLY)) return status::success;
   if (!run.quitIfNoData && createDataFile(run)) return status::success;
@@ -87,7 +91,10 @@ StatusCode openDataFile(RunContext& run) {
 }
 
 StatusCode openIndexToCompact(RunContext& run) {
-  if (openInput(run, O_RDWR)) return status::success;
+  if (openInput(run, O_RDWR)) {
+    reportOpened(run);
+    return status::success;
+  }
   return fail(run, status::dataFileNotOpened,
               {"Unable to open input ISI file for compact: ", fileName(run.inputName), "\n"});
 }
@@ -122,8 +129,8 @@ StatusCode examineDataFile(RunContext& run) {
   const StatusCode status = checkRecordLength(run);
   if (status != status::success) return status;
   if (run.binaryWithEor) run.binaryEorLength = run.eorLength;
+  reportOpened(run);
   if (run.debugMode) {
-    putComposed(run, {"Opened ", fileName(run.inputName), " as input file\n"});
     PutMessage(run, "Expected End of Record for data file is ");
     PutMessage(run, eorConventionText(convention));
   }

@@ -97,9 +97,25 @@ const std::uint8_t* findMark(const RunContext& run, const std::uint8_t* from) {
   return nullptr;
 }
 
+void reportLongRecord(RunContext& run, std::uint32_t columns) {
+  if (run.debugMode && !run.recordSizeInvalid) {
+    putFormatted(run, "\nCreateSubList(1):\n1st Long Rec Length:%d at LFA:0x%.8lX Max Allowed RecordLength:%d!\n",
+                 static_cast<int>(columns), static_cast<unsigned long>(static_cast<std::uint32_t>(run.currentLfa)),
+                 run.foundRecordLength);
+  }
+  run.recordSizeInvalid = true;
+}
+
+// Gives up on a record that is longer than any may be, before its end was seen.
+StatusCode refuseRecord(RunContext& run, const std::uint8_t* begin) {
+  const auto seen = static_cast<std::uint32_t>(run.blockEnd - begin);
+  if (run.spaceCompressionAllowed && run.foundRecordLength != 0) reportLongRecord(run, seen);
+  return status::recordTooLong;
+}
+
 // Loads more of the record that begins at `begin` and has no end in the block. inputExhausted when no more comes.
 StatusCode extendRecord(RunContext& run, const std::uint8_t*& begin) {
-  if (run.blockEnd - begin >= static_cast<std::ptrdiff_t>(maxRecordSize)) return status::recordTooLong;
+  if (run.blockEnd - begin > static_cast<std::ptrdiff_t>(inputCarrySize)) return refuseRecord(run, begin);
   const std::int32_t size = extendInputBlock(run, begin);
   if (size == 0) return status::inputExhausted;
   return size < 0 ? size : status::success;
@@ -183,15 +199,6 @@ bool hasTabToExpand(RunContext& run, const RecordBytes& record) {
     run.nextTab = tab != nullptr ? static_cast<const std::uint8_t*>(tab) : run.blockEnd;
   }
   return run.nextTab < record.end;
-}
-
-void reportLongRecord(RunContext& run, std::uint32_t columns) {
-  if (run.debugMode && !run.recordSizeInvalid) {
-    putFormatted(run, "\nCreateSubList(1):\n1st Long Rec Length:%d at LFA:0x%.8lX Max Allowed RecordLength:%d!\n",
-                 static_cast<int>(columns), static_cast<unsigned long>(static_cast<std::uint32_t>(run.currentLfa)),
-                 run.foundRecordLength);
-  }
-  run.recordSizeInvalid = true;
 }
 
 // Fills the current slot from the record; the next slot becomes the current one when the record is selected.

@@ -57,6 +57,10 @@ bool operatorHolds(Operator comparison, int order) {
 
 }  // namespace
 
+void forgetTermResults(RunContext& run) {
+  for (std::uint32_t i = 0; i < run.selectionTermCount; ++i) run.selectionTable[i].result = Result::unknown;
+}
+
 void evaluateTermsAt(RunContext& run, const std::uint8_t* position, std::uint32_t column) {
   for (std::uint32_t i = 0; i < run.selectionTermCount; ++i) {
     SelectionTerm& term = run.selectionTable[i];

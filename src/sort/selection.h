@@ -7,6 +7,9 @@
 
 namespace tarnvale {
 
+/// Makes the result of every term unknown: a new record begins.
+void forgetTermResults(RunContext& run);
+
 /// Compares every term of the column with the record, which goes on at `position`, and stores the results.
 void evaluateTermsAt(RunContext& run, const std::uint8_t* position, std::uint32_t column);
 
