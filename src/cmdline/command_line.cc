@@ -29,13 +29,6 @@ void readSearchPath(RunContext& run) {
   run.searchPath[path->size()] = '\0';
 }
 
-void readEnvironment(RunContext& run) {
-  readSearchPath(run);
-  const auto nameCase = lookupFirstSetting(run, {"QLX_FNC", "VELDA_FNC"});
-  run.foldFileNameCase = nameCase && !settingIs(*nameCase, "Mixed");
-  readDefinitionFile(run);
-}
-
 StatusCode skipToOptions(std::string_view& rest) {
   const std::size_t opener = rest.find_first_of("-;");
   if (opener == std::string_view::npos) return status::commandLineIncomplete;
@@ -80,7 +73,7 @@ StatusCode checkStoredCommand(RunContext& run, std::string_view rest) {
   const CommandLineState settings = run;
   const InputState input = run;
   const bool readable = skipToOptions(rest) == status::success && parseOptionSection(run, rest) == status::success;
-  const bool kept = !readable || isBuild(run);
+  const bool kept = readable && isBuild(run);
   static_cast<CommandLineState&>(run) = settings;
   static_cast<InputState&>(run) = input;
   if (!kept) return status::success;
@@ -149,8 +142,16 @@ void discardCommandLine(RunContext& run) {
   static_cast<InputState&>(run) = {};
 }
 
-// Builds an index again from the command line that it keeps. That line comes from a build, so it asks for a build.
-StatusCode startReindex(RunContext& run, const StoredCommandLine& stored) {
+}  // namespace
+
+void readEnvironment(RunContext& run) {
+  readSearchPath(run);
+  const auto nameCase = lookupFirstSetting(run, {"QLX_FNC", "VELDA_FNC"});
+  run.foldFileNameCase = nameCase && !settingIs(*nameCase, "Mixed");
+  readDefinitionFile(run);
+}
+
+StatusCode parseStoredCommand(RunContext& run, std::string_view stored) {
   const FileName indexName = run.outputName;
   discardCommandLine(run);
   const StatusCode status = readSettings(run, stored);
@@ -162,8 +163,6 @@ StatusCode startReindex(RunContext& run, const StoredCommandLine& stored) {
   return startBuild(run);
 }
 
-}  // namespace
-
 StatusCode parseCommandLine(RunContext& run, std::string_view commandLine) {
   StatusCode status = readSettings(run, commandLine);
   if (status != status::success) return status;
@@ -173,7 +172,7 @@ StatusCode parseCommandLine(RunContext& run, std::string_view commandLine) {
   const bool reindex = run.reindexRequested;
   status = showIndexInformation(run, stored);
   if (status != status::success) return status;
-  return reindex ? startReindex(run, stored) : status::displayFinished;
+  return reindex ? parseStoredCommand(run, stored) : status::displayFinished;
 }
 
 }  // namespace tarnvale

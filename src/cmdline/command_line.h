@@ -15,4 +15,11 @@ namespace tarnvale {
 /// message is in `messageBuffer`.
 [[nodiscard]] StatusCode parseCommandLine(RunContext& run, std::string_view commandLine);
 
+/// Parses the command line that an index keeps, in place of the one before, and opens the files of its build. -103 when
+/// it asks for something else, any other code as parseCommandLine.
+[[nodiscard]] StatusCode parseStoredCommand(RunContext& run, std::string_view stored);
+
+/// Reads the settings that say how files are named and found.
+void readEnvironment(RunContext& run);
+
 }  // namespace tarnvale

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <array>
 
 #include "cmdline/file_names.h"
@@ -62,12 +63,17 @@ StatusCode findIndexFile(RunContext& run) {
 
 }  // namespace
 
-StatusCode showIndexInformation(RunContext& run, StoredCommandLine& stored) {
+StatusCode openNamedIndex(RunContext& run, int& fd) {
   const StatusCode status = findIndexFile(run);
   if (status != status::success) return status;
+  fd = ::open(run.outputName.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  return fd >= 0 ? status::success : fail(run, status::indexNotOpened, "Can't open .isi file ");
+}
 
-  int fd = ::open(run.outputName.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return fail(run, status::indexNotOpened, "Can't open .isi file ");
+StatusCode showIndexInformation(RunContext& run, StoredCommandLine& stored) {
+  int fd = -1;
+  const StatusCode status = openNamedIndex(run, fd);
+  if (status != status::success) return status;
   HeaderBytes header{};
   static_cast<void>(readAt(fd, header.data(), header.size(), 0));  // a short file fails the check below
   closeFile(fd);
@@ -83,6 +89,15 @@ StatusCode showIndexInformation(RunContext& run, StoredCommandLine& stored) {
   static_cast<void>(shown.join("\ntarnvale ", stored.view(), "\n"));
   PutMessage(run, shown);
   return status::success;
+}
+
+FixedText<256> indexedDataName(int fd) {
+  constexpr std::size_t nameOffset = 240;
+  std::array<char, 256> field{};
+  static_cast<void>(readAt(fd, field.data(), field.size(), nameOffset));
+  FixedText<256> name;
+  name.assignCut({field.data(), std::min(std::string_view(field.data(), field.size()).find('\0'), field.size())});
+  return name;
 }
 
 StatusCode failWithoutKeyInformation(RunContext& run) {

@@ -22,7 +22,8 @@ struct PendingKeySpec {
 [[nodiscard]] StatusCode addKeyDigit(const RunContext& run, PendingKeySpec& pending, std::uint32_t digit);
 
 /// Enters the specification, if one is pending, into the column table and the list of specifications, and clears it.
-/// -112 start column 0 or missing, -113 overlap, -114 too many key bytes, -115 too many specifications.
+/// -112 start column 0 or missing, -113 overlap, -114 too many key bytes, -115
+/// too many specifications.
 [[nodiscard]] StatusCode completeKeySpec(RunContext& run, PendingKeySpec& pending);
 
 enum class KeyRangeResult { added, overlap, tableFull };

@@ -197,9 +197,8 @@ struct BuilderState {
   std::uint8_t* levelBuffers = nullptr;   // owned: 16 node images and the pending deleted-record node
   std::uint32_t previousListPointer = 0;  // last full deleted-record node written, 0xFFFFFFFF when none
   const std::uint8_t* currentSortEntry = nullptr;
-  bool previousEntryValid = false;
   std::uint16_t previousDuplicateNumber = 0;
-  std::array<std::uint8_t, maxKeyLength> previousKey{};
+  const std::uint8_t* previousKey = nullptr;  // of the entry inserted last, in its node image; null: none yet
   std::uint32_t duplicateKeyCount = 0;
   std::uint32_t droppedDuplicateCount = 0;
   bool shortRecordReported = false;

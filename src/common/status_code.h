@@ -38,7 +38,6 @@ inline constexpr StatusCode recordTooLong = -161;        // longer than 65535 by
 
 // Tree cursor (a compaction passes them on).
 inline constexpr StatusCode nodeMisplaced = -1;          // offset not a multiple of 512; or a short write
-inline constexpr StatusCode positioningFailed = -2;      // no such position in a file
 inline constexpr StatusCode nodeReadShort = -3;          // fewer bytes than a node
 inline constexpr StatusCode pathTooDeep = -4;            // more than 19 nodes above the current one
 inline constexpr StatusCode treeInconsistent = -5;       // a node that its parent does not know, bad counts, cycles

@@ -1,6 +1,7 @@
 #include "driver/interrupt.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -44,15 +45,26 @@ void installInterruptHandler() {
   installHandler(SIGHUP, false);
 }
 
+void ignoreInterrupts() {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_IGN);
+}
+
 void OnInterrupt(int /*signal*/) {
   constexpr std::string_view message = "Processing aborted via user interrupt.\n";
+  constexpr int patienceMilliseconds = 1000;
   RunContext& run = runContext;
-  if (run.outputStreamFd >= 0) static_cast<void>(writeAll(run.outputStreamFd, message.data(), message.size()));
   if (run.errorFileFd >= 0) {
     static_cast<void>(writeAll(run.errorFileFd, run.errorFileBuffer.data(), run.errorFileBuffered));
     closeFile(run.errorFileFd);
   }
   closeAndRemoveFiles(run, CleanUp::failure);
+  // A reader that has stopped reading must not stop the process from ending.
+  struct pollfd stream {};
+  stream.fd = run.outputStreamFd;
+  stream.events = POLLOUT;
+  if (stream.fd >= 0 && ::poll(&stream, 1, patienceMilliseconds) == 1) {
+    static_cast<void>(writeAll(run.outputStreamFd, message.data(), message.size()));
+  }
   ::_exit(1);
 }
 

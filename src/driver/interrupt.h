@@ -15,7 +15,10 @@ void openStandardDescriptors();
 /// file size limit become failed writes.
 void installInterruptHandler();
 
-/// Writes its message, cleans up as after a failure and ends the process with exit status 1. Async-signal-safe.
+/// From here on an interrupt is ignored: the run is over but for its last messages.
+void ignoreInterrupts();
+
+/// Cleans up as after a failure, writes its message and ends the process with exit status 1. Async-signal-safe.
 void OnInterrupt(int signal);
 
 }  // namespace tarnvale

@@ -11,13 +11,13 @@ namespace tarnvale {
 
 namespace {
 
-constexpr const char* versionText = "Version 1.0.0  24 Nov 2026";
 constexpr const char* noticeText = "Builds, shows and compacts ISAM index files.";
 
 void useLogFile(RunContext& run, const char* name, const char* mode) {
   std::FILE* const log = std::fopen(name, mode);
   if (log == nullptr) return;
   run.outputStream = log;
+  run.outputStreamFd = ::fileno(log);
   run.logOpened = true;
 }
 
@@ -38,7 +38,6 @@ void openLog(RunContext& run, Arguments& arguments) {
 
 void startMessages(RunContext& run, Arguments arguments) {
   if (run.outputStream == nullptr) return;
-  run.outputStreamFd = ::fileno(run.outputStream);
   std::setvbuf(run.outputStream, nullptr, _IONBF, 0);
   if (::isatty(run.outputStreamFd) == 0) {
     run.progressEnabled = false;

@@ -7,6 +7,8 @@
 
 namespace tarnvale {
 
+inline constexpr const char* versionText = "Version 1.0.0  24 Nov 2026";
+
 using Arguments = std::span<char* const>;
 
 /// Takes the log option (-l or -q and a name) from the front of the arguments when more than it is there, and makes the

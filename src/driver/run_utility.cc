@@ -3,9 +3,6 @@
 
 #include <unistd.h>
 
-#include <cstdlib>
-#include <new>
-
 #include "cmdline/command_line.h"
 #include "common/interrupt_hold.h"
 #include "common/output.h"
@@ -25,7 +22,6 @@
 #include "isi/error_file.h"
 #include "isi/index_build.h"
 #include "isi/tree_builder.h"
-#include "sort/input_buffer.h"
 #include "sort/open_files.h"
 #include "sort/sort_phase.h"
 
@@ -36,18 +32,10 @@ namespace {
 void startRun(RunContext& run, std::FILE* output) {
   run = RunContext{};
   run.outputStream = output;
+  run.outputStreamFd = ::fileno(output);
   run.openRunFiles = OpenRunFiles;
   run.mergeOutputCallback = WriteTagRecord;
   run.deletedRecordCallback = appendDeletedRecord;
-}
-
-StatusCode allocateBuffers(RunContext& run) {
-  run.workIoBuffer = static_cast<std::uint8_t*>(std::malloc(workIoBufferSize));
-  run.inputBuffer = static_cast<std::uint8_t*>(std::malloc(inputBufferSize));
-  run.workIoPosition = run.workIoBuffer;
-  if (run.workIoBuffer != nullptr && run.inputBuffer != nullptr) return status::success;
-  PutMessage(run, "Insufficient Memory for Buffers.\n");
-  return status::outOfMemory;
 }
 
 // Joins the remaining arguments by single blanks. Arguments are not quoted.
@@ -133,39 +121,38 @@ StatusCode compactPhase(RunContext& run) {
   return status;
 }
 
-// Closes what is written and read; the clean-up finds only the work files left.
-StatusCode closeFiles(RunContext& run, StatusCode result) {
-  if (run.outputFd >= 0) {
-    if (run.outputFd == run.inputFd) run.inputFd = -1;
-    if (!closeFile(run.outputFd)) {
-      PutMessage(run, "Close(outfile) failed.\n");
-      result = status::closeFailed;
-    }
-  }
-  if (!closeFile(run.inputFd)) {
-    PutMessage(run, "Close(infile) failed.\n");
-    result = status::closeFailed;
-  }
-  return result;
-}
+// What became of the files at the end of a run.
+struct Ending {
+  bool outputClosed = true;
+  bool inputClosed = true;
+  bool inDeclaredFormat = true;
+};
 
-bool isInDeclaredFormat(const RunContext& run) {
-  return !(run.noDuplicates && run.duplicateKeyCount != 0) &&
-         !(run.variableLengthFound && !run.variableLengthAllowed) &&
-         !(run.spaceCompressionFound && !run.spaceCompressionAllowed) && !run.recordSizeInvalid;
-}
-
-// The end of every build or compaction, successful or not. An interrupt has to wait: between the closing of an index
-// that does not hold and its deletion the file must not be left behind.
-StatusCode finishRun(RunContext& run, StatusCode result, const ClockText& startTime) {
+// Closes every file of the run and deletes what must not stay. An interrupt has to wait: between the closing of an
+// index that does not hold and its deletion nobody may see it. Then it is too late for one.
+Ending closeRun(RunContext& run) {
   const InterruptHold hold;
   const bool compaction = run.compactOptions != 0;
-  result = closeFiles(run, result);
+  Ending ending;
+  if (run.outputFd == run.inputFd) run.inputFd = -1;
+  ending.outputClosed = closeFile(run.outputFd);
+  ending.inputClosed = closeFile(run.inputFd);
   CleanUpFiles(run, CleanUp::normal);
   finishErrorFile(run);
-  if (!compaction && !isInDeclaredFormat(run)) {
+  ending.inDeclaredFormat = compaction || isInDeclaredFormat(run);
+  if (!ending.inDeclaredFormat) deleteIndexByName(run);
+  ignoreInterrupts();
+  return ending;
+}
+
+// The end of every build or compaction, successful or not.
+StatusCode finishRun(RunContext& run, StatusCode result, const ClockText& startTime) {
+  const Ending ending = closeRun(run);
+  if (!ending.outputClosed) PutMessage(run, "Close(outfile) failed.\n");
+  if (!ending.inputClosed) PutMessage(run, "Close(infile) failed.\n");
+  if (!ending.outputClosed || !ending.inputClosed) result = status::closeFailed;
+  if (!ending.inDeclaredFormat) {
     PutMessage(run, "Data file is not in the correct format.  Index file will be deleted.\n");
-    deleteIndexByName(run);
     result = status::wrongDataFormat;
   }
   if (result == status::success) putTimingLine(run, startTime);

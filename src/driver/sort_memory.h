@@ -1,4 +1,4 @@
-// The memory of the sort: the area that entries are sorted and merged in, and the train table.
+// The memory of the sort: the area that entries are sorted and merged in, the train table, and the buffers.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +6,9 @@
 #include "common/run_context.h"
 
 namespace tarnvale {
+
+/// Allocates `workIoBuffer` and `inputBuffer`. -9 and a message when there is no memory for them.
+[[nodiscard]] StatusCode allocateBuffers(RunContext& run);
 
 /// Extends the data segment by `size` bytes, or by the largest halving of it that can be had, down to 8192; sets
 /// `sortAreaBase`. The bytes obtained, 0 for none. The block lives until the process ends.

@@ -40,8 +40,7 @@ std::string_view textOf(std::span<const char> field) {
 // Settings of the builder and the sort, from the header of the index.
 StatusCode takeSettings(RunContext& run, const IsiHandle& handle) {
   const IsiHeader& header = handle.area.header;
-  constexpr auto byOffset = record_flag::variableLength | record_flag::spaceCompressed;
-  run.recordNumberAddressing = (header.recordFlags & byOffset) == 0;
+  run.recordNumberAddressing = (header.recordFlags & record_flag::byOffset) == 0;
   const int markLength = (header.recordFlags & record_flag::eorTwoBytes) != 0   ? 2
                          : (header.recordFlags & record_flag::eorLineFeed) != 0 ? 1
                                                                                 : 0;

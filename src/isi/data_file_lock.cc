@@ -112,6 +112,11 @@ StatusCode lockDataFile(RunContext& run, std::uint32_t recordCount) {
   return run.compactLocking ? lockShared(run) : lockExclusive(run, recordCount);
 }
 
+StatusCode lockForReading(DataFileLock& lock) {
+  const StatusCode status = takeAccessLock(lock, F_RDLCK);
+  return status == status::success ? takeUpdateLock(lock, false) : status;
+}
+
 StatusCode ReleaseCompactLock(DataFileLock& lock) {
   if (lock.fd < 0) return noDataFile;
   if (!lock.updateLockHeld) return status::success;

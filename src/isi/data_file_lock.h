@@ -23,6 +23,10 @@ struct DataFileLock {
 /// memory. `recordCount` is the index header's: an empty data file cannot have that many.
 [[nodiscard]] StatusCode lockDataFile(RunContext& run, std::uint32_t recordCount);
 
+/// Takes the locks of a reader on the open data file `lock.fd`: at once the shared access lock, then, as soon as nobody
+/// changes the index, the update lock. Non-zero when they cannot be had: -3 when somebody uses the file alone.
+[[nodiscard]] StatusCode lockForReading(DataFileLock& lock);
+
 /// Gives up the update lock when it is held. 0, -1 no file, -2 refused.
 StatusCode ReleaseCompactLock(DataFileLock& lock);
 

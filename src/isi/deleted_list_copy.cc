@@ -32,7 +32,7 @@ StatusCode loadFirstNode(IsiHandle& handle) {
 // Writes the nodes of the list one after the other from `offset` on, linked as they will lie from byte 1536 on.
 // `nodes` becomes their number.
 StatusCode copyList(RunContext& run, IsiHandle& handle, std::uint64_t offset, std::uint64_t& nodes) {
-  const std::uint64_t nodesInFile = fileSize(handle.fd).value_or(0) / nodeSize;
+  const std::uint64_t oldSize = fileSize(handle.fd).value_or(0);  // behind it lies what this routine writes in place
   DeletedRecordNode& node = handle.area.deletedNode;
   StatusCode status = loadFirstNode(handle);
   handle.area.header.deletedListHead = pointerToOffset(deletedListOffset, handle.recordNumbers);
@@ -43,7 +43,9 @@ StatusCode copyList(RunContext& run, IsiHandle& handle, std::uint64_t offset, st
     node.next = last ? noPointer : pointerToOffset(deletedListOffset + nodes * nodeSize, handle.recordNumbers);
     status = writeNodeAt(run, handle, offset + (nodes - 1) * nodeSize);
     if (last || status != status::success) return status;
-    if (nodes > nodesInFile || !advanceNodePointer(run)) return status::workFileReadFailed;  // the list is a circle
+    const bool inOldFile = offsetOfPointer(oldNext, handle.recordNumbers) + nodeSize <= oldSize;
+    const bool inCircle = nodes > oldSize / nodeSize;
+    if (!inOldFile || inCircle || !advanceNodePointer(run)) return status::workFileReadFailed;
     if (readDeletedNode(handle, oldNext) != status::success) return status::workFileReadFailed;
   }
   return status;

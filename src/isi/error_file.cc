@@ -1,5 +1,6 @@
 #include "isi/error_file.h"
 
+#include <atomic>
 #include <cstring>
 
 #include "common/interrupt_hold.h"
@@ -34,12 +35,13 @@ void putErrorFileLine(RunContext& run, std::string_view line) {
   char* const place = run.errorFileBuffer.data() + run.errorFileBuffered;
   std::memcpy(place, line.data(), line.size());
   std::memcpy(place + line.size(), lineEnd.data(), lineEnd.size());
-  run.errorFileBuffered += line.size() + lineEnd.size();  // last: the line counts once it is whole
+  std::atomic_signal_fence(std::memory_order_release);  // the interrupt handler counts on whole lines
+  run.errorFileBuffered += line.size() + lineEnd.size();
 }
 
 void reportDuplicate(RunContext& run, const std::uint8_t* entry) {
   if (!run.errorFileWanted || run.quietDuplicates) return;
-  auto& message = run.messageBuffer;
+  FixedText<300> message;  // not messageBuffer: a failing write of the error file uses that
   message.format("%s%16llX Key:", run.ignoreDuplicatesForNodup ? "Duplicate Key ignored at:" : "Duplicate Key at:",
                  static_cast<unsigned long long>(entryLfa(entry)));
   static_cast<void>(message.append({reinterpret_cast<const char*>(entryKey(entry)), run.indexKeyLength}));

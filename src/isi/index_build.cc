@@ -52,6 +52,12 @@ void reportFindings(RunContext& run) {
 
 }  // namespace
 
+bool isInDeclaredFormat(const RunContext& run) {
+  return !(run.noDuplicates && run.duplicateKeyCount != 0) &&
+         !(run.variableLengthFound && !run.variableLengthAllowed) &&
+         !(run.spaceCompressionFound && !run.spaceCompressionAllowed) && !run.recordSizeInvalid;
+}
+
 StatusCode buildIndex(RunContext& run) {
   StatusCode status = startTree(run, run.keyLength);
   if (status == status::success) status = writeEmptyHeaderArea(run);

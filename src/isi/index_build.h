@@ -9,4 +9,7 @@ namespace tarnvale {
 /// phase; `outputFd` stays open.
 [[nodiscard]] StatusCode buildIndex(RunContext& run);
 
+/// False when the data file turned out not to be what the options declare; its index must not be kept.
+[[nodiscard]] bool isInDeclaredFormat(const RunContext& run);
+
 }  // namespace tarnvale

@@ -38,6 +38,7 @@ inline constexpr std::uint8_t spaceCompressed = 0x08;
 inline constexpr std::uint8_t noDuplicates = 0x04;
 inline constexpr std::uint8_t variableLength = 0x02;
 inline constexpr std::uint8_t upperCase = 0x01;
+inline constexpr std::uint8_t byOffset = variableLength | spaceCompressed;  // any set: positions are byte offsets
 }  // namespace record_flag
 
 namespace index_flag {

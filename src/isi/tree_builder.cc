@@ -25,11 +25,15 @@ constexpr std::size_t nodeImages = maxTreeLevels + 1;  // one per level, and the
 
 IsiNode& levelNode(RunContext& run, std::int32_t level) { return reinterpret_cast<IsiNode*>(run.levelBuffers)[level]; }
 
+// True when the key equals that of the entry before. The last byte tells most keys apart.
 bool isDuplicate(const RunContext& run, const std::uint8_t* entry) {
-  return run.previousEntryValid && std::memcmp(run.previousKey.data(), entryKey(entry), run.indexKeyLength) == 0;
+  if (run.previousKey == nullptr || run.indexKeyLength == 0) return run.previousKey != nullptr;
+  const std::size_t last = run.indexKeyLength - 1;
+  return run.previousKey[last] == entryKey(entry)[last] && std::memcmp(run.previousKey, entryKey(entry), last) == 0;
 }
 
-// Puts the entry at the end of the level's image, with `child` as its left child.
+// Puts the entry at the end of the level's image, with `child` as its left child; it becomes the entry before. Its
+// bytes stay where they are until another entry takes that place.
 void appendEntry(RunContext& run, IsiNode& node, std::uint32_t child, const std::uint8_t* entry, std::uint16_t number) {
   const std::uint64_t lfa = entryLfa(entry);
   const std::uint16_t recordLength = entryRecordLength(entry);
@@ -40,14 +44,10 @@ void appendEntry(RunContext& run, IsiNode& node, std::uint32_t child, const std:
   head.duplicateNumber = number;
   head.recordLength = recordLength;
   std::memcpy(place, &head, sizeof head);
-  std::memcpy(place + sizeof head, entryKey(entry), run.indexKeyLength);
+  copyShort(place + sizeof head, entryKey(entry), run.indexKeyLength);
   ++node.count;
-}
-
-void rememberEntry(RunContext& run, const std::uint8_t* entry, std::uint16_t number) {
-  std::memcpy(run.previousKey.data(), entryKey(entry), run.indexKeyLength);
+  run.previousKey = place + sizeof head;
   run.previousDuplicateNumber = number;
-  run.previousEntryValid = true;
 }
 
 // Appends the level's image to the file and empties it. False, and a message, when that fails.
@@ -60,21 +60,29 @@ bool writeLevelNode(RunContext& run, IsiNode& node) {
 StatusCode reportLevelLimit(RunContext& run) {
   std::uint64_t capacity = 1;
   for (std::int32_t level = 0; level < maxTreeLevels; ++level) capacity *= run.fillLimit + 1;
-  run.messageBuffer.format("\nError! Tree level limit (%d) can only support %" PRIu64 " records for this ISI file! ",
-                           maxTreeLevels, capacity - 1);
-  putErrorFileLine(run, run.messageBuffer);
+  FixedText<300> text;
+  text.format("\nError! Tree level limit (%d) can only support %" PRIu64 " records for this ISI file! ", maxTreeLevels,
+              capacity - 1);
+  putErrorFileLine(run, text);
+  run.messageBuffer = text;
   return status::treeTooHigh;
 }
 
+// The number that the entry gets among those with the same key.
+std::uint16_t numberDuplicate(RunContext& run, const std::uint8_t* entry) {
+  reportDuplicate(run, entry);
+  ++run.duplicateKeyCount;
+  return static_cast<std::uint16_t>(run.previousDuplicateNumber + 1);
+}
+
 // Finds the lowest level with room; each full one below it is written and becomes the child of the next.
-StatusCode insert(RunContext& run, const std::uint8_t* entry, std::uint16_t number) {
+StatusCode insert(RunContext& run, const std::uint8_t* entry, bool duplicate) {
   std::uint32_t child = 0;
   for (std::int32_t level = 0; level < maxTreeLevels; ++level) {
     if (run.topLevel < level) run.topLevel = level;
     IsiNode& node = levelNode(run, level);
     if (node.count < run.fillLimit) {
-      appendEntry(run, node, child, entry, number);
-      rememberEntry(run, entry, number);
+      appendEntry(run, node, child, entry, duplicate ? numberDuplicate(run, entry) : std::uint16_t{0});
       return status::success;
     }
     node.rightChild = child;
@@ -84,14 +92,11 @@ StatusCode insert(RunContext& run, const std::uint8_t* entry, std::uint16_t numb
   return reportLevelLimit(run);
 }
 
-StatusCode insertDuplicate(RunContext& run, const std::uint8_t* entry) {
+// An entry whose key equals the one before is left out where such entries are to be ignored.
+StatusCode dropDuplicate(RunContext& run, const std::uint8_t* entry) {
   reportDuplicate(run, entry);
-  if (run.ignoreDuplicatesForNodup) {
-    ++run.droppedDuplicateCount;
-    return status::success;
-  }
-  ++run.duplicateKeyCount;
-  return insert(run, entry, static_cast<std::uint16_t>(run.previousDuplicateNumber + 1));
+  ++run.droppedDuplicateCount;
+  return status::success;
 }
 
 void reportLength(RunContext& run, const std::uint8_t* entry, int number, const char* kind) {
@@ -162,7 +167,8 @@ StatusCode WriteTagRecord(RunContext& run, const std::uint8_t* entry) {
   } else if (entryRecordLength(entry) != run.foundRecordLength) {
     noteIrregularLength(run, entry);
   }
-  return isDuplicate(run, entry) ? insertDuplicate(run, entry) : insert(run, entry, 0);
+  const bool duplicate = isDuplicate(run, entry);
+  return duplicate && run.ignoreDuplicatesForNodup ? dropDuplicate(run, entry) : insert(run, entry, duplicate);
 }
 
 StatusCode finishLevels(RunContext& run) {

@@ -25,13 +25,19 @@ void takeGeometry(IsiHandle& handle) {
   handle.recordNumbers = (handle.area.header.indexFlags & index_flag::recordNumbers) != 0;
 }
 
-bool hasUsableKeyLength(const IsiHeader& header) { return header.keyLength >= 1 && header.keyLength <= maxKeyLength; }
+// A key length that a node has room for, and the same way of addressing for records (which the record format decides)
+// and for nodes.
+bool hasUsableGeometry(const IsiHeader& header) {
+  const bool byOffset = (header.recordFlags & record_flag::byOffset) != 0;
+  const bool byNumber = (header.indexFlags & index_flag::recordNumbers) != 0;
+  return header.keyLength >= 1 && header.keyLength <= maxKeyLength && byOffset != byNumber;
+}
 
 StatusCode readHeaderArea(IsiHandle& handle) {
   IsiHeaderArea& area = handle.area;
   if (readAt(handle.fd, &area, sizeof area, 0) != static_cast<ssize_t>(sizeof area)) return status::notAnIndex;
   if (handle.bigEndian) swapHeader(area.header);
-  if (!hasUsableKeyLength(area.header)) return status::notAnIndex;
+  if (!hasUsableGeometry(area.header)) return status::notAnIndex;
   takeGeometry(handle);
   if (handle.bigEndian) {
     swapNode(area.root, handle.entrySize);
@@ -46,9 +52,8 @@ StatusCode readAtPointer(const IsiHandle& handle, std::uint32_t pointer, void* t
     errno = 0;
     return status::nodeMisplaced;
   }
-  const ssize_t count = readAt(handle.fd, target, nodeSize, offset);
-  if (count < 0) return status::positioningFailed;
-  return count == static_cast<ssize_t>(nodeSize) ? status::success : status::nodeReadShort;
+  const bool whole = readAt(handle.fd, target, nodeSize, offset) == static_cast<ssize_t>(nodeSize);
+  return whole ? status::success : status::nodeReadShort;
 }
 
 // Reads a node; 0 stands for the root of the header area.
@@ -56,10 +61,8 @@ StatusCode loadNode(IsiHandle& handle, std::uint32_t pointer) {
   if (pointer == 0) {
     handle.node = handle.area.root;
   } else {
-    if (offsetOfPointer(pointer, handle.recordNumbers) < headerAreaSize) return status::treeInconsistent;
-    const StatusCode status = readAtPointer(handle, pointer, &handle.node);
+    const StatusCode status = readTreeNode(handle, pointer, handle.node);
     if (status != status::success) return status;
-    if (handle.bigEndian) swapNode(handle.node, handle.entrySize);
   }
   if (handle.node.count > handle.entriesPerNode) return status::treeInconsistent;
   handle.currentNode = pointer;
@@ -109,7 +112,9 @@ StatusCode climb(IsiHandle& handle) {
 StatusCode firstEntry(IsiHandle& handle) {
   handle.pathDepth = 0;
   handle.nodesEntered = 0;
-  handle.nodesInFile = fileSize(handle.fd).value_or(0) / nodeSize;
+  const auto size = fileSize(handle.fd);
+  if (!size) return status::nodeReadShort;
+  handle.nodesInFile = *size / nodeSize;
   const StatusCode status = loadNode(handle, 0);
   if (status != status::success) return status;
   if (handle.node.count > 0) return descend(handle, 0);
@@ -164,6 +169,13 @@ StatusCode nextEntry(IsiHandle& handle) {
 StatusCode nextEntryAndRemember(IsiHandle& handle) {
   const StatusCode status = nextEntry(handle);
   if (status == status::success) handle.savedSpinCounter = handle.area.header.spinCounter;
+  return status;
+}
+
+StatusCode readTreeNode(const IsiHandle& handle, std::uint32_t pointer, IsiNode& node) {
+  if (offsetOfPointer(pointer, handle.recordNumbers) < headerAreaSize) return status::treeInconsistent;
+  const StatusCode status = readAtPointer(handle, pointer, &node);
+  if (status == status::success && handle.bigEndian) swapNode(node, handle.entrySize);
   return status;
 }
 

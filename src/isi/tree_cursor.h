@@ -1,8 +1,8 @@
 // The tree cursor: an existing index walked in key order, and its records read and written in the file's byte order.
 //
-// All operations return 0 or a negative code: -1 a node offset that is no multiple of 512 or a short write, -2 no such
-// position, -3 a short read, -4 more than 19 nodes on the path, -5 the tree is inconsistent, -6 the end of the index,
-// -8 and -9 a deleted-record node without signature or with a wrong count, -102 the header area cannot be read.
+// All operations return 0 or a negative code: -1 a node offset that is no multiple of 512 or a short write, -3 a short
+// read, -4 more than 19 nodes on the path, -5 the tree is inconsistent, -6 the end of the index, -8 and -9 a
+// deleted-record node without signature or with a wrong count, -102 the header area cannot be read.
 #pragma once
 
 #include <array>
@@ -60,6 +60,9 @@ struct IsiHandle {
   return *reinterpret_cast<const IsiEntryHead*>(entry);
 }
 [[nodiscard]] inline const std::uint8_t* isiEntryKey(const std::uint8_t* entry) { return entry + sizeof(IsiEntryHead); }
+
+/// Reads the node of the tree that the pointer names. -5: the pointer leads into the header area.
+[[nodiscard]] StatusCode readTreeNode(const IsiHandle& handle, std::uint32_t pointer, IsiNode& node);
 
 /// Reads a node of the deleted-record list into the header area and checks it.
 [[nodiscard]] StatusCode readDeletedNode(IsiHandle& handle, std::uint32_t pointer);

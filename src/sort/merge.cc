@@ -26,6 +26,8 @@ constexpr std::int32_t progressStep = 1000;
 struct MergePlan {
   std::uint32_t fanIn = 0;
   bool finalPass = false;
+  std::size_t partSize = 0;        // bytes of the sort area for one train
+  std::size_t alignment = 1;       // of a block, in the file and in memory
   std::uint32_t blockEntries = 0;  // entries of one block
   std::size_t blockSize = 0;       // bytes of one block
   std::uint32_t trainsRead = 0;    // of this pass
@@ -33,6 +35,21 @@ struct MergePlan {
   std::uint64_t outputStart = 0;   // work-file offset of the train being written
   std::time_t lastDisplay = 0;
 };
+
+// Gives each train of a group an equal part of the sort area. The system copies a block about twice as fast where it is
+// aligned in the file and in memory alike, so a part begins aligned, and a read with the aligned offset before its
+// block. Small parts have no bytes to spare for that.
+void divideReadBuffer(const RunContext& run, MergePlan& plan) {
+  constexpr std::size_t cacheLine = 64;
+  constexpr std::size_t smallestAlignedPart = 4096;
+  plan.partSize = run.sortAreaSize / plan.fanIn;
+  if (plan.partSize >= smallestAlignedPart) {
+    plan.alignment = cacheLine;
+    plan.partSize -= plan.partSize % cacheLine;
+  }
+  plan.blockEntries = static_cast<std::uint32_t>((plan.partSize - (plan.alignment - 1)) / run.sortEntrySize);
+  plan.blockSize = static_cast<std::size_t>(plan.blockEntries) * run.sortEntrySize;
+}
 
 MergePlan makePlan(const RunContext& run) {
   MergePlan plan;
@@ -46,16 +63,17 @@ MergePlan makePlan(const RunContext& run) {
   } else {
     while (plan.fanIn * plan.fanIn * plan.fanIn < trains) ++plan.fanIn;
   }
-  plan.blockEntries = (run.sortAreaSize / run.sortEntrySize - 1) / plan.fanIn;
-  plan.blockSize = static_cast<std::size_t>(plan.blockEntries) * run.sortEntrySize;
+  divideReadBuffer(run, plan);
   plan.lastDisplay = std::time(nullptr);
   return plan;
 }
 
 StatusCode readBlock(RunContext& run, const MergePlan& plan, MergeSlot& slot, TrainBlock which) {
-  const StatusCode status = readTrainBlock(run, slot.blockStart, plan.blockSize, slot.nextReadOffset, which);
+  const std::size_t before = slot.nextReadOffset % plan.alignment;
+  std::uint8_t* const block = slot.blockStart + before;
+  const StatusCode status = readTrainBlock(run, block, plan.blockSize, slot.nextReadOffset, before, which);
   slot.nextReadOffset += plan.blockSize;
-  slot.cursor = slot.blockStart;
+  slot.cursor = block;
   slot.entriesLeft = plan.blockEntries;
   return status;
 }
@@ -65,7 +83,7 @@ StatusCode fillGroup(RunContext& run, MergePlan& plan, MergeGroup& group) {
   const auto trains = static_cast<std::uint32_t>(run.sortTrainCount);
   while (group.count < plan.fanIn && plan.trainsRead < trains) {
     MergeSlot& slot = group.slots[group.count];
-    slot.blockStart = run.sortAreaBase + group.count * plan.blockSize;
+    slot.blockStart = run.sortAreaBase + group.count * plan.partSize;
     slot.nextReadOffset = *run.trainReadCursor++;
     const StatusCode status = readBlock(run, plan, slot, TrainBlock::first);
     if (status != status::success) return status;
@@ -93,7 +111,7 @@ StatusCode deliver(RunContext& run, MergePlan& plan, const std::uint8_t* entry) 
 
 StatusCode writeMerged(RunContext& run, const std::uint8_t* entry) {
   run.workFilePosition += run.sortEntrySize;
-  const StatusCode status = WorkFileWrite(run, run.mergeOutputFd, entry, run.sortEntrySize);
+  const StatusCode status = writeEntry(run, run.mergeOutputFd, entry);
   return status == status::success ? status : status::workFileNotWritten;
 }
 

@@ -1,7 +1,7 @@
 #include "sort/merge_selection.h"
 
 #include <algorithm>
-#include <limits>
+#include <utility>
 
 #include "common/sort_entry.h"
 #include "sort/key_prefix.h"
@@ -12,30 +12,34 @@ namespace {
 
 using Head = MergeGroup::Head;
 
+std::size_t slotOf(Head head) { return head & MergeGroup::slotMask; }
+
 Head headOf(const MergeGroup& group, std::size_t slot) {
   const std::uint8_t* const entry = group.slots[slot].cursor;
-  if (isEndMarker(entry)) return {std::numeric_limits<std::uint64_t>::max(), slot};
-  return {loadKeyPrefix(entry + group.prefixStart) & group.prefixMask, slot};
+  const std::uint64_t prefix = isEndMarker(entry) ? ~std::uint64_t{0} : loadKeyPrefix(entry + group.prefixStart);
+  return (prefix & group.prefixMask) | slot;
 }
 
-// The order of two heads with the same prefix.
-bool entrySortsBefore(const MergeGroup& group, const Head& a, const Head& b) {
-  const std::uint8_t* const entryA = group.slots[a.slot].cursor;
-  const std::uint8_t* const entryB = group.slots[b.slot].cursor;
+// The order of two heads with the same key bits.
+[[gnu::noinline]] bool entrySortsBefore(const MergeGroup& group, Head a, Head b) {
+  const std::uint8_t* const entryA = group.slots[slotOf(a)].cursor;
+  const std::uint8_t* const entryB = group.slots[slotOf(b)].cursor;
   if (isEndMarker(entryA) || isEndMarker(entryB)) return !isEndMarker(entryA);
   return CompareSortEntries(entryA, entryB, group.keyLength) < 0;
 }
 
-// Leaves the smaller of the two in `winner` and the other in `loser`, without a branch on their order: it is as good as
-// random, and a wrong guess costs more than the exchange.
+// Leaves the smaller of the two in `winner` and the other in `loser`. There is no branch on their order: it is as good
+// as random, and a wrong guess costs more than the exchange.
 void play(const MergeGroup& group, Head& winner, Head& loser) {
-  bool exchange = loser.prefix < winner.prefix;
-  if (loser.prefix == winner.prefix) exchange = entrySortsBefore(group, loser, winner);
-  const std::uint64_t mask = std::uint64_t{0} - static_cast<std::uint64_t>(exchange);
-  const std::uint64_t prefixes = (winner.prefix ^ loser.prefix) & mask;
-  const std::uint64_t slots = (winner.slot ^ loser.slot) & mask;
-  winner = {winner.prefix ^ prefixes, winner.slot ^ slots};
-  loser = {loser.prefix ^ prefixes, loser.slot ^ slots};
+  const Head a = winner;
+  const Head b = loser;
+  if ((a ^ b) <= MergeGroup::slotMask) [[unlikely]] {
+    if (entrySortsBefore(group, b, a)) std::swap(winner, loser);
+    return;
+  }
+  const Head exchange = (a ^ b) & (Head{0} - static_cast<Head>(b < a));  // as min and max compilers make it a branch
+  winner = a ^ exchange;
+  loser = b ^ exchange;
 }
 
 // Leaf i of the tree stands below node (count + i) / 2.
@@ -56,7 +60,7 @@ MergeGroup makeMergeGroup(const RunContext& run) {
   MergeGroup group;
   group.keyLength = run.sortKeyLength;
   group.prefixStart = static_cast<std::uint32_t>(sortEntryHeadSize) + run.sharedKeyLength;
-  group.prefixMask = keyPrefixMask(run.sortKeyLength, run.sharedKeyLength);
+  group.prefixMask = keyPrefixMask(run.sortKeyLength, run.sharedKeyLength) & ~MergeGroup::slotMask;
   return group;
 }
 
@@ -65,13 +69,13 @@ std::size_t SelectNextMergeEntry(MergeGroup& group) {
   if (!group.started) {
     group.started = true;
     group.winner = playAll(group);
-    return group.winner.slot;
+    return slotOf(group.winner);
   }
-  Head winner = headOf(group, group.winner.slot);
-  for (std::size_t node = (group.count + winner.slot) / 2; node >= 1; node /= 2)
-    play(group, winner, group.losers[node]);
+  const std::size_t moved = slotOf(group.winner);
+  Head winner = headOf(group, moved);
+  for (std::size_t node = (group.count + moved) / 2; node >= 1; node /= 2) play(group, winner, group.losers[node]);
   group.winner = winner;
-  return winner.slot;
+  return slotOf(winner);
 }
 
 }  // namespace tarnvale

@@ -9,8 +9,9 @@
 //     (7)   (5)
 //     3 7   5 4
 //
-// A head is kept with 8 bytes of its key, taken where the keys of the run begin to differ, so that entries are compared
-// only when these are equal. The end marker of a train sorts after every entry.
+// A head is one number: 59 bits of its key, taken where the keys of the run begin to differ, and 5 bits for its slot.
+// So a comparison is one of numbers, and entries are compared only when the key bits are equal. The end marker of a
+// train sorts after every entry.
 #pragma once
 
 #include <array>
@@ -21,7 +22,7 @@
 
 namespace tarnvale {
 
-inline constexpr std::size_t maxFanIn = 30;  // trains merged at a time
+inline constexpr std::size_t maxFanIn = 30;  // trains merged at a time; a slot number has 5 bits
 
 /// One input train of a merge group.
 struct MergeSlot {
@@ -33,10 +34,8 @@ struct MergeSlot {
 
 /// A group of trains that are merged into one.
 struct MergeGroup {
-  struct Head {
-    std::uint64_t prefix;
-    std::uint64_t slot;
-  };
+  using Head = std::uint64_t;
+  static constexpr Head slotMask = 31;
 
   std::array<MergeSlot, maxFanIn> slots{};
   std::size_t count = 0;          // slots filled
@@ -44,7 +43,7 @@ struct MergeGroup {
   std::uint32_t prefixStart = 0;  // where the prefix begins in the entry
   std::uint64_t prefixMask = 0;   // the bits of it that belong to the key
   bool started = false;           // the tree is made by the first selection
-  Head winner{};
+  Head winner = 0;
   std::array<Head, maxFanIn> losers{};  // node 1 is the top; node 0 is not used
 };
 

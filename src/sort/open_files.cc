@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "cmdline/file_names.h"
+#include "cmdline/index_information.h"
 #include "common/interrupt_hold.h"
 #include "common/output.h"
 #include "common/posix_file.h"
@@ -178,11 +179,21 @@ bool isNamedLikeInput(const RunContext& run) {
          sameFileName(run.indexFileParts.extension, run.dataFileParts.extension) == 0;
 }
 
-// True when the existing file of the output's name is the input itself, by another name or through a link.
-bool isInputFile(const RunContext& run) {
-  int fd = ::open(run.outputName.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  const bool same = fd >= 0 && isSameFile(fd, run.inputFd);
+bool isFileNamed(const char* name, int openFd) {
+  int fd = ::open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const bool same = fd >= 0 && isSameFile(fd, openFd);
   closeFile(fd);
+  return same;
+}
+
+// True when the existing file of the output's name is the input itself, by another name or through a link; or, in a
+// compaction, the data file that the index is over.
+bool isInputFile(const RunContext& run) {
+  if (isFileNamed(run.outputName.c_str(), run.inputFd)) return true;
+  if (run.compactOptions == 0) return false;
+  int output = ::open(run.outputName.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const bool same = output >= 0 && isFileNamed(indexedDataName(run.inputFd).c_str(), output);
+  closeFile(output);
   return same;
 }
 
@@ -254,6 +265,12 @@ StatusCode loadFirstBlock(RunContext& run) {
 }
 
 }  // namespace
+
+StatusCode OpenDataFile(RunContext& run) {
+  run.quitIfNoData = true;  // a missing file is not created
+  const StatusCode status = openInputFile(run);
+  return status == status::success ? loadFirstBlock(run) : status;
+}
 
 StatusCode OpenRunFiles(RunContext& run) {
   StatusCode status = openInputFile(run);

@@ -10,4 +10,7 @@ namespace tarnvale {
 /// text, its message is in `messageBuffer`: -100 -105 -106 -116 -120 -121 -122 -123 -126 -138 -160 -161.
 [[nodiscard]] StatusCode OpenRunFiles(RunContext& run);
 
+/// OpenRunFiles for a run that only scans: the data file alone, which is not created.
+[[nodiscard]] StatusCode OpenDataFile(RunContext& run);
+
 }  // namespace tarnvale

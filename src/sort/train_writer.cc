@@ -59,7 +59,7 @@ StatusCode WriteSortTrain(RunContext& run) {
   const std::uint8_t* last = nullptr;
   for (std::uint32_t i = 0; i < run.sortEntryCapacity - 1; ++i) {
     const std::uint8_t* const entry = entryOfSlot(run, run.sortPointerArray[i]);
-    if (WorkFileWrite(run, run.mergeOutputFd, entry, run.sortEntrySize) != status::success) return status::writeFailed;
+    if (writeEntry(run, run.mergeOutputFd, entry) != status::success) return status::writeFailed;
     if (isEndMarker(entry)) break;
     last = entry;
   }

@@ -79,9 +79,10 @@ StatusCode writeTrainEnd(RunContext& run, int fd) {
 }
 
 StatusCode readTrainBlock(RunContext& run, std::uint8_t* block, std::size_t size, std::uint64_t offset,
-                          TrainBlock which) {
+                          std::size_t before, TrainBlock which) {
   for (int retries = maxShortReads;;) {
-    const ssize_t bytesRead = readAt(run.mergeInputFd, block, size, offset);
+    const ssize_t bytesRead =
+        readAt(run.mergeInputFd, block - before, before + size, offset - before) - static_cast<ssize_t>(before);
     if (bytesRead == static_cast<ssize_t>(size)) return status::success;
     if (--retries < 0) {
       reportGivingUp(run, which, size, bytesRead);

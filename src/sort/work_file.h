@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "common/run_context.h"
+#include "common/sort_entry.h"
 
 namespace tarnvale {
 
@@ -23,6 +24,15 @@ namespace tarnvale {
 
 [[nodiscard]] inline std::size_t workBufferFree(const RunContext& run) {
   return static_cast<std::size_t>(run.workIoBuffer + workIoBufferSize - run.workIoPosition);
+}
+
+/// Adds one sort entry to the buffer: WorkFileWrite for the many short pieces of trains.
+[[nodiscard]] inline StatusCode writeEntry(RunContext& run, int fd, const std::uint8_t* entry) {
+  const std::size_t size = run.sortEntrySize;
+  if (size >= workBufferFree(run)) return writeThroughFullBuffer(run, fd, entry, size);
+  copyShort(run.workIoPosition, entry, size);
+  run.workIoPosition += size;
+  return status::success;
 }
 
 /// Adds the bytes to the buffer, which goes to the file whenever it is full. 0, or -1 when a write failed.
@@ -39,10 +49,11 @@ namespace tarnvale {
 /// Which block of a train is read; names the diagnostics of a short read.
 enum class TrainBlock { first, further };
 
-/// Reads one block of the merge's input work file; at the end of the file it may be short. 0, or -3 when it cannot be
+/// Reads one block of the merge's input work file to `block`, and with it the `before` bytes in front of it in the
+/// file, which land in front of `block`. At the end of the file the block may be short. 0, or -3 when it cannot be
 /// read.
 [[nodiscard]] StatusCode readTrainBlock(RunContext& run, std::uint8_t* block, std::size_t size, std::uint64_t offset,
-                                        TrainBlock which);
+                                        std::size_t before, TrainBlock which);
 
 /// After a merge pass: deletes the input file and, when `createAgain`, makes it anew and empty as the next output.
 void recycleInputFile(RunContext& run, bool createAgain);
