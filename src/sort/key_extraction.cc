@@ -21,6 +21,29 @@ const std::uint8_t* findTab(const std::uint8_t* from, const std::uint8_t* end) {
   return tab != nullptr ? static_cast<const std::uint8_t*>(tab) : end;
 }
 
+// Folds a-z to A-Z, eight bytes at a time: the highest bit of each byte tells whether it is one of them. The last eight
+// bytes may be folded twice, which changes nothing.
+void foldToUpper(std::uint8_t* key, std::size_t length) {
+  constexpr std::uint64_t each = 0x0101010101010101;
+  constexpr std::size_t step = sizeof(std::uint64_t);
+  const auto foldEight = [](std::uint8_t* bytes) {
+    std::uint64_t eight = 0;
+    std::memcpy(&eight, bytes, step);
+    const std::uint64_t low = eight & 0x7F * each;
+    const std::uint64_t fromA = low + (0x80 - 'a') * each;
+    const std::uint64_t beyondZ = low + (0x7F - 'z') * each;
+    const std::uint64_t letters = ~eight & (fromA ^ beyondZ) & 0x80 * each;
+    eight -= letters >> 2;
+    std::memcpy(bytes, &eight, step);
+  };
+  if (length < step) {
+    std::transform(key, key + length, key, toUpper);
+    return;
+  }
+  for (std::size_t i = 0; i + step < length; i += step) foldEight(key + i);
+  foldEight(key + length - step);
+}
+
 // A position in a record that knows its column; it moves forwards only.
 struct ColumnPosition {
   const std::uint8_t* at;
@@ -176,10 +199,29 @@ KeyPlan makeKeyPlan(const RunContext& run) {
   }
   for (std::uint32_t i = 0; i < run.columnEntryCount; ++i) {
     const ColumnEntry& entry = run.columnTable[i];
+    plan.columnsNeeded = std::max(plan.columnsNeeded, entry.column + 1U);
     if ((entry.flags & column_flag::term) != 0) plan.hasExpression = true;
     if ((entry.flags & column_flag::condition) != 0) plan.conditions[plan.conditionCount++] = entry;
   }
   return plan;
+}
+
+RecordBytes expandTabs(const KeyPlan& plan, const RecordBytes& record) {
+  static std::array<std::uint8_t, 65536> expanded;
+  std::uint32_t column = 0;
+  const std::uint8_t* at = record.begin;
+  while (at < record.end && column < plan.columnsNeeded) {
+    const std::uint8_t* const tab = findTab(at, record.end);
+    const std::uint32_t length = std::min(static_cast<std::uint32_t>(tab - at), plan.columnsNeeded - column);
+    std::memcpy(expanded.data() + column, at, length);
+    column += length;
+    if (tab == record.end || column == plan.columnsNeeded) break;
+    const std::uint32_t width = std::min(tabWidth - column % tabWidth, plan.columnsNeeded - column);
+    std::memset(expanded.data() + column, padding, width);
+    column += width;
+    at = tab + 1;
+  }
+  return {expanded.data(), expanded.data() + column};
 }
 
 void copyKeyRanges(RunContext& run, const KeyPlan& plan, const RecordBytes& record, std::uint8_t* key) {
@@ -196,7 +238,7 @@ void copyKeyRanges(RunContext& run, const KeyPlan& plan, const RecordBytes& reco
   for (std::uint32_t i = 0; i < plan.rangeCount; ++i) {
     copyRange(plan.ranges[i], record, key + plan.ranges[i].keyPosition);
   }
-  if (plan.upperCase) std::transform(key, key + run.sortKeyLength, key, toUpper);
+  if (plan.upperCase) foldToUpper(key, run.sortKeyLength);
 }
 
 }  // namespace tarnvale

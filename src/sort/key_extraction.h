@@ -1,7 +1,8 @@
 // From a record to its key: the general column walk, and the copying of ranges that most records need.
 //
-// The walk goes from one entry of the column table to the next, expands TABs and tests conditions. A record without a
-// TAB to expand and without an expression to evaluate gets its key range by range; both give the same key.
+// The walk goes from one entry of the column table to the next, expands TABs and tests conditions. Without an
+// expression to evaluate, the key is copied range by range, out of the record or out of a copy with its TABs expanded;
+// both give the same key.
 #pragma once
 
 #include <array>
@@ -54,10 +55,14 @@ struct KeyPlan {
   std::array<ColumnEntry, maxPrimaryOptions> conditions{};
   std::uint32_t conditionCount = 0;
   bool upperCase = false;
-  bool hasExpression = false;  // such a record needs the walk
+  bool hasExpression = false;       // such a record needs the walk
+  std::uint32_t columnsNeeded = 0;  // up to the last column with a role in the run
 };
 
 [[nodiscard]] KeyPlan makeKeyPlan(const RunContext& run);
+
+/// The record's first columns, as many as the plan needs, with TABs expanded. The bytes hold until the next call.
+[[nodiscard]] RecordBytes expandTabs(const KeyPlan& plan, const RecordBytes& record);
 
 /// What walkColumns does, for a record without TABs to expand and a plan without expression.
 void copyKeyRanges(RunContext& run, const KeyPlan& plan, const RecordBytes& record, std::uint8_t* key);

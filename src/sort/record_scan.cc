@@ -203,17 +203,17 @@ bool hasTabToExpand(RunContext& run, const RecordBytes& record) {
 
 // Fills the current slot from the record; the next slot becomes the current one when the record is selected.
 StatusCode addRecord(RunContext& run, const KeyPlan& plan, const RecordBytes& record) {
-  const bool expandTabs = hasTabToExpand(run, record);
+  const bool hasTabs = hasTabToExpand(run, record);
   std::uint8_t* const key = run.currentEntry + sortEntryHeadSize;
   std::uint32_t columns = record.size();
-  if (expandTabs) {
+  if (hasTabs) {
     run.spaceCompressionFound = true;
     columns = expandedColumns(record);
   }
-  if (expandTabs || plan.hasExpression) {
-    walkColumns(run, record, expandTabs, key);
+  if (plan.hasExpression) {
+    walkColumns(run, record, hasTabs, key);
   } else {
-    copyKeyRanges(run, plan, record, key);
+    copyKeyRanges(run, plan, hasTabs ? expandTabs(plan, record) : record, key);
   }
   ++run.scannedRecordCount;
   ++run.indexedRecordCount;
