@@ -46,14 +46,37 @@ StatusCode readHeaderArea(IsiHandle& handle) {
   return status::success;
 }
 
+// The offset of a node, which must be a multiple of the node size.
+StatusCode findNode(const IsiHandle& handle, std::uint32_t pointer, std::uint64_t& offset) {
+  offset = offsetOfPointer(pointer, handle.recordNumbers);
+  if (offset % nodeSize == 0) return status::success;
+  errno = 0;
+  return status::nodeMisplaced;
+}
+
 StatusCode readAtPointer(const IsiHandle& handle, std::uint32_t pointer, void* target) {
-  const std::uint64_t offset = offsetOfPointer(pointer, handle.recordNumbers);
-  if (offset % nodeSize != 0) {
-    errno = 0;
-    return status::nodeMisplaced;
-  }
+  std::uint64_t offset = 0;
+  const StatusCode status = findNode(handle, pointer, offset);
+  if (status != status::success) return status;
   const bool whole = readAt(handle.fd, target, nodeSize, offset) == static_cast<ssize_t>(nodeSize);
   return whole ? status::success : status::nodeReadShort;
+}
+
+// Reads a node of the walk, through the block: most nodes are neighbours of the one before.
+StatusCode readWalkedNode(IsiHandle& handle, std::uint32_t pointer) {
+  std::uint64_t offset = 0;
+  const StatusCode status = findNode(handle, pointer, offset);
+  if (status != status::success) return status;
+  if (offset < headerAreaSize) return status::treeInconsistent;
+  if (offset < handle.blockStart || offset >= handle.blockStart + handle.blockLength) {
+    handle.blockStart = offset - offset % IsiHandle::blockSize;
+    const ssize_t count = readAt(handle.fd, handle.block.data(), IsiHandle::blockSize, handle.blockStart);
+    handle.blockLength = count > 0 ? static_cast<std::uint64_t>(count) : 0;
+  }
+  if (offset + nodeSize > handle.blockStart + handle.blockLength) return status::nodeReadShort;
+  std::memcpy(&handle.node, handle.block.data() + (offset - handle.blockStart), nodeSize);
+  if (handle.bigEndian) swapNode(handle.node, handle.entrySize);
+  return status::success;
 }
 
 // Reads a node; 0 stands for the root of the header area.
@@ -61,7 +84,7 @@ StatusCode loadNode(IsiHandle& handle, std::uint32_t pointer) {
   if (pointer == 0) {
     handle.node = handle.area.root;
   } else {
-    const StatusCode status = readTreeNode(handle, pointer, handle.node);
+    const StatusCode status = readWalkedNode(handle, pointer);
     if (status != status::success) return status;
   }
   if (handle.node.count > handle.entriesPerNode) return status::treeInconsistent;
@@ -84,7 +107,7 @@ StatusCode descend(IsiHandle& handle, std::uint32_t index) {
   handle.entryIndex = index;
   for (std::uint32_t child = childAt(handle, index); child != 0; child = childAt(handle, 0)) {
     if (handle.pathDepth == maxPathDepth) return status::pathTooDeep;
-    handle.path[handle.pathDepth++] = {handle.currentNode, static_cast<std::uint16_t>(handle.entryIndex)};
+    handle.path[handle.pathDepth++] = {handle.currentNode, handle.entryIndex, handle.node};
     if (++handle.nodesEntered > handle.nodesInFile) return status::treeInconsistent;
     const StatusCode status = loadNode(handle, child);
     if (status != status::success) return status;
@@ -97,11 +120,9 @@ StatusCode descend(IsiHandle& handle, std::uint32_t index) {
 // Goes up to the nearest node with an entry behind the subtree that was left.
 StatusCode climb(IsiHandle& handle) {
   while (handle.pathDepth > 0) {
-    const IsiHandle::PathStep step = handle.path[--handle.pathDepth];
-    const std::uint32_t left = handle.currentNode;
-    const StatusCode status = loadNode(handle, step.pointer);
-    if (status != status::success) return status;
-    if (step.child > handle.node.count || childAt(handle, step.child) != left) return status::treeInconsistent;
+    const IsiHandle::PathStep& step = handle.path[--handle.pathDepth];
+    handle.node = step.node;
+    handle.currentNode = step.pointer;
     handle.entryIndex = step.child;
     if (step.child < handle.node.count) return status::success;
   }
@@ -112,6 +133,7 @@ StatusCode climb(IsiHandle& handle) {
 StatusCode firstEntry(IsiHandle& handle) {
   handle.pathDepth = 0;
   handle.nodesEntered = 0;
+  handle.blockLength = 0;
   const auto size = fileSize(handle.fd);
   if (!size) return status::nodeReadShort;
   handle.nodesInFile = *size / nodeSize;

@@ -20,8 +20,12 @@ struct IsiHandle {
   /// A node on the path to the current one, and the child that was entered there.
   struct PathStep {
     std::uint32_t pointer;
-    std::uint16_t child;  // of entry number `child`, counted from 0; the count of entries stands for the right child
+    std::uint32_t child;  // of entry number `child`, counted from 0; the count of entries stands for the right child
+    IsiNode node;         // kept, so that going up reads nothing
   };
+
+  /// A piece of the file that nodes are taken from: one after the other they lie side by side.
+  static constexpr std::size_t blockSize = 32768;
 
   int fd = -1;  // of the open file; not owned
   bool bigEndian = false;
@@ -39,6 +43,9 @@ struct IsiHandle {
   std::uint32_t pathDepth = 0;
   std::array<PathStep, maxPathDepth> path{};
   IsiNode node{};
+  std::uint64_t blockStart = 0;   // file offset of the block in memory
+  std::uint64_t blockLength = 0;  // bytes of it, 0 at first
+  std::array<std::uint8_t, blockSize> block{};
   IsiHeaderArea area{};
   std::array<std::uint8_t, isiEntrySize(maxKeyLength)> entry{};  // copy of the entry delivered last
 };

@@ -97,6 +97,13 @@ void padKey(RunContext& run, const RecordBytes& record, std::uint32_t column, st
   }
 }
 
+bool plainConditionHolds(const RunContext& run, const ColumnEntry& entry, const RecordBytes& record) {
+  const bool wantsEqual = (entry.flags & column_flag::equal) != 0;
+  if ((entry.flags & column_flag::term) != 0) return expressionHoldsFor(run, record.begin) == wantsEqual;
+  const std::uint8_t byte = entry.column < record.size() ? record.begin[entry.column] : padding;
+  return (byte == entry.matchChar) == wantsEqual;
+}
+
 void copyRange(const KeyPlan::Range& range, const RecordBytes& record, std::uint8_t* key) {
   const std::uint32_t size = record.size();
   if (!range.reversed) {
@@ -228,8 +235,7 @@ void copyKeyRanges(RunContext& run, const KeyPlan& plan, const RecordBytes& reco
   run.matchCount = 0;
   for (std::uint32_t i = 0; i < plan.conditionCount; ++i) {
     const ColumnEntry& entry = plan.conditions[i];
-    const std::uint8_t byte = entry.column < record.size() ? record.begin[entry.column] : padding;
-    if (!conditionHolds(run, entry, record.begin, entry.column, byte)) {
+    if (!plainConditionHolds(run, entry, record)) {
       run.matchCount = 0;
       return;
     }

@@ -1,8 +1,8 @@
 // From a record to its key: the general column walk, and the copying of ranges that most records need.
 //
-// The walk goes from one entry of the column table to the next, expands TABs and tests conditions. Without an
-// expression to evaluate, the key is copied range by range, out of the record or out of a copy with its TABs expanded;
-// both give the same key.
+// The walk goes from one entry of the column table to the next, expands TABs and tests conditions. It is needed where
+// an expression meets TABs or a short record. Any other key is copied range by range, out of the record or out of a
+// copy with its TABs expanded; both give the same key.
 #pragma once
 
 #include <array>
@@ -55,7 +55,7 @@ struct KeyPlan {
   std::array<ColumnEntry, maxPrimaryOptions> conditions{};
   std::uint32_t conditionCount = 0;
   bool upperCase = false;
-  bool hasExpression = false;       // such a record needs the walk
+  bool hasExpression = false;       // which only the walk evaluates on a record with TABs or without all its columns
   std::uint32_t columnsNeeded = 0;  // up to the last column with a role in the run
 };
 
@@ -64,7 +64,8 @@ struct KeyPlan {
 /// The record's first columns, as many as the plan needs, with TABs expanded. The bytes hold until the next call.
 [[nodiscard]] RecordBytes expandTabs(const KeyPlan& plan, const RecordBytes& record);
 
-/// What walkColumns does, for a record without TABs to expand and a plan without expression.
+/// What walkColumns does, for a record without TABs to expand; where the plan has an expression, the record must have
+/// all the columns that it needs.
 void copyKeyRanges(RunContext& run, const KeyPlan& plan, const RecordBytes& record, std::uint8_t* key);
 
 }  // namespace tarnvale

@@ -210,7 +210,7 @@ StatusCode addRecord(RunContext& run, const KeyPlan& plan, const RecordBytes& re
     run.spaceCompressionFound = true;
     columns = expandedColumns(record);
   }
-  if (plan.hasExpression) {
+  if (plan.hasExpression && (hasTabs || record.size() < plan.columnsNeeded)) {
     walkColumns(run, record, hasTabs, key);
   } else {
     copyKeyRanges(run, plan, hasTabs ? expandTabs(plan, record) : record, key);

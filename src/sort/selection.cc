@@ -85,6 +85,21 @@ bool evaluateExpression(RunContext& run) {
   return expressionHolds || groupHolds;
 }
 
+bool expressionHoldsFor(const RunContext& run, const std::uint8_t* record) {
+  bool groupHolds = false;
+  for (std::uint32_t i = 0; i < run.selectionTermCount; ++i) {
+    const SelectionTerm& term = run.selectionTable[i];
+    if (term.kind != Kind::andTerm) {
+      if (groupHolds) return true;
+      groupHolds = true;
+    }
+    if (!groupHolds) continue;
+    const int order = compareWithRecord(run, record + term.column, term.column, term.text);
+    groupHolds = operatorHolds(term.comparison, order);
+  }
+  return groupHolds;
+}
+
 bool conditionHolds(RunContext& run, const ColumnEntry& entry, const std::uint8_t* position, std::uint32_t column,
                     std::uint8_t byte) {
   const bool wantsEqual = (entry.flags & column_flag::equal) != 0;

@@ -16,6 +16,10 @@ void evaluateTermsAt(RunContext& run, const std::uint8_t* position, std::uint32_
 /// Whether the expression holds with the results stored; they are reset to unknown.
 [[nodiscard]] bool evaluateExpression(RunContext& run);
 
+/// Whether the expression holds for a record without TABs to expand that reaches all its columns. Compares no more
+/// terms than it has to, and keeps no results.
+[[nodiscard]] bool expressionHoldsFor(const RunContext& run, const std::uint8_t* record);
+
 /// Whether the condition of a table entry holds. `byte` is the record's byte at the entry's column; for an expression
 /// the terms of `column` are compared with the record at `position` first.
 [[nodiscard]] bool conditionHolds(RunContext& run, const ColumnEntry& entry, const std::uint8_t* position,
