@@ -1,0 +1,152 @@
+// The roof of the measurements: how fast the same work can go on this machine. The same passes over the same bytes as
+// an index build or a compaction by tarnvale, with nothing else: no options, checks, messages or header, and code made
+// for the key length of the job.
+//
+//   roof build DATA INDEX AREA FORMAT...        FORMAT as in record_format.h, AREA: bytes of the sort area
+//   roof compact INDEX NEW AREA FORMAT...
+//   roof compact INDEX INDEX AREA FORMAT...     in place: a copy is made first, as a backup
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "files.h"
+#include "record_format.h"
+#include "roof_merge.h"
+#include "roof_train.h"
+#include "roof_tree.h"
+
+namespace {
+
+using bench::Bytes;
+using bench::fail;
+using bench::RecordFormat;
+
+constexpr std::size_t blockSize = 65536;  // bytes of the data file read at once
+
+struct Job {
+  bool compact = false;
+  std::string input;
+  std::string output;
+  std::size_t areaSize = 0;
+  RecordFormat format;
+};
+
+// A key that is one range of the record, as it stands there, is copied in one piece.
+bool isPlainKey(const RecordFormat& format) {
+  return format.key.size() == 1 && format.key[0].first <= format.key[0].last && !format.upperCase && !format.expandTabs;
+}
+
+template <std::size_t keyLength>
+void scanRecords(const Job& job, bench::Trains<keyLength>& trains) {
+  const RecordFormat& format = job.format;
+  const bool plain = isPlainKey(format);
+  const std::size_t keyStart = format.key[0].first;
+  const int input = ::open(job.input.c_str(), O_RDONLY);
+  if (input < 0) fail("cannot open " + job.input);
+  std::vector<std::uint8_t> buffer(2 * blockSize);  // what a block leaves of its last record, and the next block
+  std::uint64_t lfa = 0;
+  for (std::size_t left = 0;;) {
+    const ssize_t size = ::read(input, buffer.data() + left, blockSize);
+    if (size <= 0) break;
+    Bytes rest(buffer.data(), left + static_cast<std::size_t>(size));
+    for (Bytes record; !(record = takeRecord(format, rest)).empty(); lfa += record.size()) {
+      const Bytes columns = record.first(record.size() - format.mark.size());
+      if (!format.select.empty() && !isSelected(format, columns)) continue;
+      auto& entry = trains.next();
+      entry.lfa = lfa;
+      entry.length = static_cast<std::uint16_t>(record.size());
+      if (plain && keyStart + keyLength <= columns.size()) {
+        std::memcpy(entry.key, columns.data() + keyStart, keyLength);
+      } else {
+        extractKey(format, columns, entry.key);
+      }
+      trains.accept();
+    }
+    left = rest.size();
+    std::memmove(buffer.data(), rest.data(), left);
+  }
+}
+
+// Walks the tree below a node in key order.
+template <std::size_t keyLength>
+void walkNode(const std::uint8_t* index, std::size_t unit, std::uint64_t pointer, bench::Trains<keyLength>& trains) {
+  using Tree = bench::Tree<keyLength>;
+  const auto& node = *reinterpret_cast<const typename Tree::Node*>(index + pointer * unit);
+  const auto* const entries = reinterpret_cast<const typename Tree::NodeEntry*>(node.entries);
+  for (const auto& entry : std::span(entries, node.count)) {
+    if (entry.child != 0) walkNode(index, unit, entry.child, trains);
+    auto& next = trains.next();
+    next.lfa = unit == 1 ? entry.position : std::uint64_t{entry.position} * entry.length;
+    next.length = entry.length;
+    std::memcpy(next.key, entry.key, keyLength);
+    trains.accept();
+  }
+  if (node.right != 0) walkNode(index, unit, node.right, trains);
+}
+
+void makeBackup(const std::string& name) {
+  const int from = bench::openFile(name, 0);
+  bench::Writer to{bench::openFile(name + ".bak", O_CREAT | O_TRUNC)};
+  std::vector<std::uint8_t> buffer(blockSize);
+  for (std::uint64_t offset = 0; const std::size_t size = bench::readAt(from, buffer.data(), blockSize, offset);) {
+    to.put(buffer.data(), size);
+    offset += size;
+  }
+  to.flush();
+}
+
+template <std::size_t keyLength>
+void run(const Job& job) {
+  bench::Trains<keyLength> trains(job.areaSize);
+  if (job.compact) {
+    const std::size_t unit = job.format.byNumber ? 512 : 1;
+    walkNode<keyLength>(bench::mapFile(job.input).data, unit, 1024 / unit, trains);
+  } else {
+    scanRecords(job, trains);
+  }
+  trains.finish();
+  const bool inPlace = job.input == job.output;
+  if (inPlace) makeBackup(job.input);
+  bench::Tree<keyLength> tree(bench::openFile(job.output, O_CREAT | O_TRUNC), job.format.byNumber);
+  if (job.format.firstOfEqualKeys) tree.droppedKeys = std::fopen((job.output + ".err").c_str(), "w");
+  mergeTrains(trains, job.areaSize, [&](const bench::Entry<keyLength>& entry) { tree.add(entry); });
+  tree.finish();
+  if (tree.droppedKeys != nullptr) std::fclose(tree.droppedKeys);
+  if (inPlace) ::unlink((job.input + ".bak").c_str());
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  if (argumentCount < 6) fail("usage: roof build|compact INPUT INDEX AREA FORMAT...");
+  Job job;
+  job.compact = std::string_view(arguments[1]) == "compact";
+  job.input = arguments[2];
+  job.output = arguments[3];
+  job.areaSize = std::strtoull(arguments[4], nullptr, 10);
+  job.format = bench::readFormat({arguments + 5, static_cast<std::size_t>(argumentCount - 5)});
+  switch (job.format.keyLength) {  // those of the jobs
+    case 10:
+      run<10>(job);
+      break;
+    case 19:
+      run<19>(job);
+      break;
+    case 40:
+      run<40>(job);
+      break;
+    case 150:
+      run<150>(job);
+      break;
+    default:
+      fail("the roof is not made for keys of " + std::to_string(job.format.keyLength) + " bytes");
+  }
+}

@@ -1,0 +1,110 @@
+// The roof's index: a node per level is filled from below and written once, as in every index of tarnvale.
+#pragma once
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "files.h"
+#include "roof_train.h"
+
+namespace bench {
+
+template <std::size_t keyLength>
+struct Tree {
+  using Record = Entry<keyLength>;
+
+  struct NodeEntry {
+    std::uint32_t position;
+    std::uint32_t child;
+    std::uint16_t duplicate;
+    std::uint16_t length;
+    std::uint8_t key[keyLength];
+  };
+  struct Node {
+    std::uint8_t entries[500];
+    std::uint8_t count;
+    std::uint8_t unused[5];
+    std::uint16_t level;
+    std::uint32_t right;
+  };
+  static_assert(sizeof(NodeEntry) == (keyLength + 15) / 4 * 4 && sizeof(Node) == 512);
+  static constexpr std::size_t fullNode = sizeof(Node::entries) / sizeof(NodeEntry);
+
+  Writer out;
+  bool byNumber;
+  std::FILE* droppedKeys = nullptr;  // set: of equal keys only the first is kept, and the others are listed here
+
+  Tree(int fd, bool positionsAreNumbers) : out{fd}, byNumber(positionsAreNumbers) {
+    for (std::size_t i = 0; i < levels.size(); ++i) levels[i].level = static_cast<std::uint16_t>(i);
+    const std::array<std::uint8_t, 2048> empty{};
+    out.put(empty.data(), empty.size());
+  }
+
+  void add(const Record& entry) {
+    const bool equal = started && std::memcmp(before.key, entry.key, keyLength) == 0;
+    if (equal && droppedKeys != nullptr) {
+      reportDropped(entry);
+      return;
+    }
+    duplicate = equal ? static_cast<std::uint16_t>(duplicate + 1) : std::uint16_t{0};
+    before = entry;
+    started = true;
+    std::size_t level = 0;
+    std::uint32_t child = 0;
+    for (; levels[level].count == fullNode; ++level) {
+      levels[level].right = child;
+      child = writeNode(levels[level]);
+    }
+    if (level > top) top = level;
+    NodeEntry added{};
+    added.position = static_cast<std::uint32_t>(byNumber ? entry.lfa / entry.length : entry.lfa);
+    added.child = child;
+    added.duplicate = duplicate;
+    added.length = entry.length;
+    std::memcpy(added.key, entry.key, keyLength);
+    Node& node = levels[level];
+    std::memcpy(node.entries + node.count++ * sizeof added, &added, sizeof added);
+  }
+
+  void finish() {
+    std::uint32_t child = 0;
+    for (std::size_t level = 0; level < top; ++level) {
+      levels[level].right = child;
+      if (levels[level].count != 0) child = writeNode(levels[level]);
+    }
+    out.flush();
+    levels[top].right = child;
+    if (::pwrite(out.fd, &levels[top], sizeof(Node), 1024) != sizeof(Node)) fail("cannot write the root");
+  }
+
+ private:
+  std::array<Node, 16> levels{};
+  std::size_t top = 0;
+  std::uint32_t nodesWritten = 0;
+  Record before{};
+  bool started = false;
+  std::uint16_t duplicate = 0;
+
+  // A line of the error file, and the same as a message, which goes out at once.
+  void reportDropped(const Record& entry) {
+    char line[64 + keyLength];
+    const int size = std::snprintf(line, sizeof line, "Duplicate Key ignored at:%16llX Key:%.*s \r\n",
+                                   static_cast<unsigned long long>(entry.lfa), static_cast<int>(keyLength),
+                                   reinterpret_cast<const char*>(entry.key));
+    std::fwrite(line, 1, static_cast<std::size_t>(size), droppedKeys);
+    if (::write(STDOUT_FILENO, line, static_cast<std::size_t>(size)) != size) fail("cannot write a message");
+  }
+
+  std::uint32_t writeNode(Node& node) {
+    out.put(&node, sizeof node);
+    node.count = 0;
+    const std::uint32_t number = 4 + nodesWritten++;
+    return byNumber ? number : number * static_cast<std::uint32_t>(sizeof(Node));
+  }
+};
+
+}  // namespace bench
