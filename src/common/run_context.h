@@ -192,11 +192,9 @@ struct BuilderState {
   std::uint32_t indexEntrySize = 0;  // key length + 12 rounded up to a multiple of 4
   std::uint32_t fillLimit = 0;       // entries that fill a node
   std::uint32_t lastNodePointer = 0;
-  std::int32_t currentLevel = 0;  // 0 is the leaf level
   std::int32_t topLevel = 0;
   std::uint8_t* levelBuffers = nullptr;   // owned: 16 node images and the pending deleted-record node
   std::uint32_t previousListPointer = 0;  // last full deleted-record node written, 0xFFFFFFFF when none
-  const std::uint8_t* currentSortEntry = nullptr;
   std::uint16_t previousDuplicateNumber = 0;
   const std::uint8_t* previousKey = nullptr;  // of the entry inserted last, in its node image; null: none yet
   std::uint32_t duplicateKeyCount = 0;

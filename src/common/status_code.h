@@ -18,7 +18,6 @@ inline constexpr StatusCode closeFailed = 1;
 inline constexpr StatusCode writeFailed = -1;            // a buffered write; its caller chooses the final code
 inline constexpr StatusCode trainFull = 0;               // a sort train is full, more input follows
 inline constexpr StatusCode inputExhausted = -1;         // the scan has met the end of its input
-inline constexpr StatusCode nodeNotWritten = -2;         // an index node
 inline constexpr StatusCode workFileReadFailed = -3;     // or a node of the index being compacted
 inline constexpr StatusCode inputReadFailed = -4;        // data file; in a compaction: the tree is too deep
 inline constexpr StatusCode invalidEndOfRecord = -5;     // a binary record without its end-of-record mark

@@ -88,7 +88,6 @@ StatusCode loadNode(IsiHandle& handle, std::uint32_t pointer) {
     if (status != status::success) return status;
   }
   if (handle.node.count > handle.entriesPerNode) return status::treeInconsistent;
-  handle.currentNode = pointer;
   return status::success;
 }
 
@@ -107,7 +106,7 @@ StatusCode descend(IsiHandle& handle, std::uint32_t index) {
   handle.entryIndex = index;
   for (std::uint32_t child = childAt(handle, index); child != 0; child = childAt(handle, 0)) {
     if (handle.pathDepth == maxPathDepth) return status::pathTooDeep;
-    handle.path[handle.pathDepth++] = {handle.currentNode, handle.entryIndex, handle.node};
+    handle.path[handle.pathDepth++] = {handle.entryIndex, handle.node};
     if (++handle.nodesEntered > handle.nodesInFile) return status::treeInconsistent;
     const StatusCode status = loadNode(handle, child);
     if (status != status::success) return status;
@@ -122,7 +121,6 @@ StatusCode climb(IsiHandle& handle) {
   while (handle.pathDepth > 0) {
     const IsiHandle::PathStep& step = handle.path[--handle.pathDepth];
     handle.node = step.node;
-    handle.currentNode = step.pointer;
     handle.entryIndex = step.child;
     if (step.child < handle.node.count) return status::success;
   }

@@ -19,7 +19,6 @@ inline constexpr std::size_t maxPathDepth = 19;
 struct IsiHandle {
   /// A node on the path to the current one, and the child that was entered there.
   struct PathStep {
-    std::uint32_t pointer;
     std::uint32_t child;  // of entry number `child`, counted from 0; the count of entries stands for the right child
     IsiNode node;         // kept, so that going up reads nothing
   };
@@ -38,8 +37,7 @@ struct IsiHandle {
   std::uint32_t entriesPerNode = 0;
   std::uint64_t nodesEntered = 0;  // from above; no tree has more than the file has nodes
   std::uint64_t nodesInFile = 0;
-  std::uint32_t currentNode = 0;  // pointer of the node in memory
-  std::uint32_t entryIndex = 0;   // of the current entry, counted from 0
+  std::uint32_t entryIndex = 0;  // of the current entry, counted from 0
   std::uint32_t pathDepth = 0;
   std::array<PathStep, maxPathDepth> path{};
   IsiNode node{};
