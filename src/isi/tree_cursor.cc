@@ -27,17 +27,19 @@ void takeGeometry(IsiHandle& handle) {
 
 // A key length that a node has room for, and the same way of addressing for records (which the record format decides)
 // and for nodes.
-bool hasUsableGeometry(const IsiHeader& header) {
+bool hasUsableGeometry(const IsiHandle& handle) {
+  const IsiHeader& header = handle.area.header;
+  const std::uint32_t shortestKey = handle.keylessAllowed ? 0 : 1;
   const bool byOffset = (header.recordFlags & record_flag::byOffset) != 0;
   const bool byNumber = (header.indexFlags & index_flag::recordNumbers) != 0;
-  return header.keyLength >= 1 && header.keyLength <= maxKeyLength && byOffset != byNumber;
+  return header.keyLength >= shortestKey && header.keyLength <= maxKeyLength && byOffset != byNumber;
 }
 
 StatusCode readHeaderArea(IsiHandle& handle) {
   IsiHeaderArea& area = handle.area;
   if (readAt(handle.fd, &area, sizeof area, 0) != static_cast<ssize_t>(sizeof area)) return status::notAnIndex;
   if (handle.bigEndian) swapHeader(area.header);
-  if (!hasUsableGeometry(area.header)) return status::notAnIndex;
+  if (!hasUsableGeometry(handle)) return status::notAnIndex;
   takeGeometry(handle);
   if (handle.bigEndian) {
     swapNode(area.root, handle.entrySize);

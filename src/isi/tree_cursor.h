@@ -28,7 +28,8 @@ struct IsiHandle {
 
   int fd = -1;  // of the open file; not owned
   bool bigEndian = false;
-  bool recordNumbers = false;  // pointers are node numbers
+  bool recordNumbers = false;   // pointers are node numbers
+  bool keylessAllowed = false;  // an index without key columns is opened too
   bool beforeFirst = true;
   bool atEnd = false;
   std::uint32_t savedSpinCounter = 0;
