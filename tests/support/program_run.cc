@@ -4,26 +4,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
-#include <cstdlib>
+#include <sstream>
 #include <vector>
 
 namespace tarnvale {
 
 ProgramRun::ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare) {
-  std::string words = std::string(TARNVALE_PROGRAM) + " " + arguments;
+  std::vector<std::string> words = {TARNVALE_PROGRAM};
+  std::istringstream rest(arguments);
+  for (std::string word; std::getline(rest, word, ' ');) words.push_back(word);
   std::vector<char*> argv;
-  for (std::size_t start = 0; start < words.size();) {
-    argv.push_back(words.data() + start);
-    const std::size_t end = std::min(words.find(' ', start), words.size());
-    words[end] = '\0';
-    start = end + 1;
-  }
+  for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
 
-  std::array<int, 2> pipe{};
-  if (::pipe(pipe.data()) != 0) std::abort();
+  int pipe[2] = {-1, -1};
+  if (::pipe(pipe) != 0) std::abort();
   pid_ = ::fork();
   if (pid_ == 0) {
     ::dup2(pipe[1], STDOUT_FILENO);
@@ -47,9 +43,9 @@ void ProgramRun::interrupt() const { ::kill(pid_, SIGINT); }
 
 ProgramResult ProgramRun::finish() {
   ProgramResult result;
-  std::array<char, 4096> piece{};
-  for (ssize_t count = 0; (count = ::read(output_, piece.data(), piece.size())) > 0;) {
-    result.output.append(piece.data(), static_cast<std::size_t>(count));
+  char piece[4096];
+  for (ssize_t count = 0; (count = ::read(output_, piece, sizeof piece)) > 0;) {
+    result.output.append(piece, static_cast<std::size_t>(count));
   }
   ::close(output_);
   int state = 0;

@@ -9,7 +9,7 @@
 namespace tarnvale {
 
 struct ProgramResult {
-  int exitStatus;
+  int exitStatus;  // -1: a signal ended it
   std::string output;
 
   [[nodiscard]] bool says(std::string_view text) const { return output.find(text) != std::string::npos; }
@@ -20,13 +20,11 @@ class ProgramRun {
  public:
   /// Arguments are separated by single blanks. `prepare` is called in the new process.
   ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare = {});
-  ProgramRun(const ProgramRun&) = delete;
-  ProgramRun& operator=(const ProgramRun&) = delete;
 
   /// Waits until this many bytes of messages stand in the pipe, whose room is 65,536 bytes.
   void waitForOutput(int bytes) const;
   void interrupt() const;
-  /// Reads the messages and waits for the end; a program that a signal ended has the exit status -1.
+  /// Reads the messages and waits for the end.
   ProgramResult finish();
 
  private:

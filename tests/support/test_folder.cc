@@ -8,14 +8,12 @@
 
 namespace tarnvale {
 
-namespace fs = std::filesystem;
-
 TestFolder::TestFolder() : folder_("/tmp/tarnvale-XXXXXX") {
   if (::mkdtemp(folder_.data()) == nullptr) std::abort();
-  fs::create_directory(path("tmp"));
+  std::filesystem::create_directory(path("tmp"));
 }
 
-TestFolder::~TestFolder() { fs::remove_all(folder_); }
+TestFolder::~TestFolder() { std::filesystem::remove_all(folder_); }
 
 std::string TestFolder::write(std::string_view name, std::string_view bytes) const {
   std::ofstream(path(name), std::ios::binary) << bytes;
@@ -30,8 +28,8 @@ std::string TestFolder::read(std::string_view name) const {
 
 std::string TestFolder::names() const {
   std::set<std::string> found;
-  for (const auto& entry : fs::recursive_directory_iterator(folder_)) {
-    if (!entry.is_directory()) found.insert(fs::relative(entry.path(), folder_));
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_)) {
+    if (!entry.is_directory()) found.insert(entry.path().string().substr(folder_.size() + 1));
   }
   std::string names;
   for (const std::string& name : found) names += (names.empty() ? "" : " ") + name;

@@ -23,6 +23,8 @@ class TestRun {
 
   /// Makes a data file of the bytes and opens the files of a build of out.isi with these options.
   StatusCode open(std::string_view data, const std::string& options, const std::string& recordLength = "");
+  /// Builds out.isi over a data file of the bytes.
+  StatusCode build(std::string_view data, const std::string& options, const std::string& recordLength = "");
   /// Opens two empty work files in the folder, as the command line would.
   void openWorkFiles();
 
@@ -36,9 +38,9 @@ class TestRun {
 };
 
 /// What the routines that the run calls upwards were given, since the last TestRun was made.
-extern std::vector<std::uint64_t> deletedLfas;
-extern std::vector<std::string> deliveredEntries;  // of the merge, as bytes
-extern std::size_t failingDelivery;                // the merge's handler fails at this call; 0: never
+inline std::vector<std::uint64_t> deletedLfas;
+inline std::vector<std::string> deliveredEntries;  // of the merge, as bytes
+inline std::size_t failingDelivery = 0;            // the merge's handler fails at this call; 0: never
 inline constexpr StatusCode deliveryFailed = -77;
 
 }  // namespace tarnvale

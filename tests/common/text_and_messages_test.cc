@@ -1,0 +1,36 @@
+#include <gtest/gtest.h>
+
+#include "common/output.h"
+#include "support/test_run.h"
+
+namespace tarnvale {
+namespace {
+
+TEST(FixedText, SaysNoToWhatDoesNotFitAndStaysATextForSystemCalls) {
+  FixedText<8> text;
+  EXPECT_TRUE(text.assign("1234567"));
+  EXPECT_FALSE(text.assign("12345678"));
+  EXPECT_FALSE(text.append("8"));
+  EXPECT_STREQ(text.c_str(), "1234567");
+  EXPECT_FALSE(text.join("1234", "5678"));
+  EXPECT_STREQ(text.c_str(), "");
+  EXPECT_TRUE(text.format("%d", 1234567));
+  EXPECT_FALSE(text.format("%d", 12345678));
+  EXPECT_STREQ(text.c_str(), "");
+  text.assignCut("123456789");
+  EXPECT_STREQ(text.c_str(), "1234567");
+}
+
+TEST(Messages, ThatAreTooLongLoseTheMiddleOfTheirFileNames) {
+  TestRun run;
+  const std::string name = "/start" + std::string(500, 'x') + "end.txt";
+  composeMessage(*run, {"Can't open ", fileName(name), ".\n"});
+  EXPECT_EQ(run->messageBuffer.view(),
+            "Can't open /start" + std::string(135, 'x') + "..." + std::string(135, 'x') + "end.txt.\n");
+  composeMessage(*run, {"Indexing ", fileName("a.txt"), " into ", fileName(name), "\n"});
+  EXPECT_EQ(run->messageBuffer.view(),
+            "Indexing a.txt into /start" + std::string(131, 'x') + "..." + std::string(131, 'x') + "end.txt\n");
+}
+
+}  // namespace
+}  // namespace tarnvale

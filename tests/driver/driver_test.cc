@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include "driver/failure_messages.h"
+#include "driver/leading_options.h"
+#include "driver/run_clock.h"
+#include "support/test_run.h"
+
+namespace tarnvale {
+namespace {
+
+TEST(RunClock, ShowsElapsedTimeInTwoDigitHours) {
+  const std::pair<std::time_t, const char*> cases[] = {
+      {0, "00:00:00"}, {3725, "01:02:05"}, {359999, "99:59:59"}, {360000, "99:59:59"}, {-5, "00:00:00"}};
+  for (const auto& [seconds, text] : cases) EXPECT_EQ(FormatElapsed(seconds).view(), text);
+}
+
+TEST(LeadingOptions, AreTakenUpToTheFirstArgumentWithoutHyphen) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* settings;  // memory, trains, method, debug mode, .ini file, arguments left
+    std::string message;
+  } cases[] = {{{"-x", "-1", "-D", "data", "-0"}, "1048576 20000 1 1  2", ""},
+               {{"-m1048576", "-t16383"}, "1048576 16383 0 0  0", "Max sort trains set to 16383.\n"},
+               {{"-m600000"}, "600000 20000 0 0  0", "Max memory set to 600000.\n"},
+               {{"-m524287"}, "1048576 20000 0 0  0", "-m option value too small.  Default assumed.\n"},
+               {{"-mabc"}, "1048576 20000 0 0  0", "-m option value too small.  Default assumed.\n"},
+               {{"-m2147483648"}, "1048576 20000 0 0  0", "-m option value too large.  Default assumed.\n"},
+               {{"-t16384"}, "1048576 20000 0 0  0", "-t option value too large.  Default of 999 assumed.\n"},
+               {{"-t0"}, "1048576 20000 0 0  0", "-t option value too small.  Default assumed.\n"},
+               {{"-ia.b/c"}, "1048576 20000 0 0 a.b/c.ini 0", ""},
+               {{"-I", "foo.cfg", "data"}, "1048576 20000 0 0 foo.cfg 1", ""},
+               {{"-i", "-x"}, "1048576 20000 0 0  1", "Invalid parameter for -i option!\n"}};
+  for (auto c : cases) {
+    TestRun run;
+    std::vector<char*> pointers;
+    for (std::string& word : c.arguments) pointers.push_back(word.data());
+    Arguments rest(pointers);
+    EXPECT_EQ(takeLeadingOptions(*run, rest), c.message.starts_with("Invalid") ? status::iniNameMissing : 0);
+    EXPECT_EQ(run.messages(), c.message);
+    run->messageBuffer.format("%u %u %d %d %s %zu", run->maxMemory, run->maxSortTrains, run->sortMethod,
+                              run->debugMode ? 1 : 0, run->iniFileName.c_str(), rest.size());
+    EXPECT_EQ(run->messageBuffer.view(), c.settings) << c.arguments[0];
+  }
+}
+
+TEST(FailureMessages, SayWhatFailedInItsPhase) {
+  const struct {
+    void (*put)(RunContext&, StatusCode);
+    StatusCode status;
+    const char* text;
+  } cases[] = {{putParseFailure, -113, "Overlapping keys are not allowed.\n"},
+               {putParseFailure, -101, "from the buffer\n"},
+               {putBuildFailure, -5,
+                "WARNING!  INDEX failed reading input file in.\n"
+                "Invalid EOR found for record starting at byte offset: 5000000000.\n"},
+               {putBuildFailure, -158, "WARNING!  INDEX failed writing to file work2.\n"},
+               {putBuildFailure, -9, ""},
+               {putCompactFailure, -102, "Not a valid .isi file structure for file: in.\n"},
+               {putCompactFailure, -162, "Invalid ISI version to compact file named:  in.\n"},
+               {putCompactFailure, -156, "WARNING!  INDEX failed writing to file work2.\n"}};
+  for (const auto& c : cases) {
+    TestRun run;
+    run.openWorkFiles();
+    ASSERT_TRUE(run->inputName.assign("in") && run->tempName2.assign("work2"));
+    run->messageBuffer.format("from the buffer");
+    run->currentLfa = 5000000000;
+    run->mergeOutputFd = run->tempFd2;
+    c.put(*run, c.status);
+    EXPECT_EQ(run.messages(), c.text) << c.status;
+  }
+}
+
+}  // namespace
+}  // namespace tarnvale

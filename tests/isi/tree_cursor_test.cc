@@ -1,0 +1,170 @@
+#include "isi/tree_cursor.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+#include <random>
+
+#include "isi/command_text.h"
+#include "support/index_file.h"
+#include "support/test_run.h"
+
+namespace tarnvale {
+namespace {
+
+// An index of `count` records, two of each key.
+std::string makeIndex(std::size_t count, const std::string& options, std::size_t deleted = 0) {
+  TestRun run;
+  std::string data;
+  for (std::size_t i = 0; i < count; ++i) data += std::to_string(1000000000 + i / 2 * 7919 % 10007) + "\n";
+  EXPECT_EQ(run.build(data + std::string(deleted * 11, '\0'), options, "l10"), status::success);
+  return run.folder.read("out.isi");
+}
+
+// An index file, opened and walked.
+struct Walk {
+  TestFolder folder;
+  int fd;
+  std::unique_ptr<IsiHandle> handle = std::make_unique<IsiHandle>();
+  StatusCode opened;
+  std::vector<IndexEntry> entries;
+
+  explicit Walk(const std::string& bytes)
+      : fd(::open(folder.write("idx", bytes).c_str(), O_RDWR)), opened(openIndex(*handle, fd)) {}
+  ~Walk() { ::close(fd); }
+
+  StatusCode toEnd() {
+    StatusCode status = opened;
+    while (status == status::success && (status = nextEntryAndRemember(*handle)) == status::success) {
+      const IsiEntryHead& head = entryHead(handle->entry.data());
+      const auto* const key = reinterpret_cast<const char*>(isiEntryKey(handle->entry.data()));
+      entries.push_back({head.position, head.duplicateNumber, head.recordLength, {key, handle->keyLength}});
+    }
+    return status;
+  }
+};
+
+TEST(TreeCursor, DeliversAllEntriesInKeyOrderInBothByteOrders) {
+  for (const char* const options : {"1-10", "v,1-10"}) {
+    for (const std::size_t count : {0U, 1U, 20U, 21U, 22U, 441U, 463U, 9300U}) {
+      const std::string bytes = makeIndex(count, options);
+      for (const std::string& twin : {bytes, otherByteOrder(bytes)}) {
+        Walk walk(twin);
+        EXPECT_EQ(walk.toEnd(), status::endOfIndex);
+        EXPECT_EQ(nextEntry(*walk.handle), status::endOfIndex) << "and stays at the end";
+        EXPECT_EQ(walk.entries.size(), count);
+        EXPECT_TRUE(walk.entries == readIndex(bytes).entries) << count;
+      }
+    }
+  }
+}
+
+TEST(TreeCursor, WritesEveryRecordBackInTheByteOrderOfTheFile) {
+  const std::string bytes = makeIndex(100, "p2=0,p3#x,1-3,10-7,5", 130);
+  for (const std::string& twin : {bytes, otherByteOrder(bytes)}) {
+    Walk walk(twin);
+    const IsiHeader& header = walk.handle->area.header;
+    EXPECT_EQ(header.deletedCount, 130U);
+    EXPECT_TRUE(header.keySegments[1].length == 0xFFFE && header.selectTests[1].position == 3);
+    walk.folder.write("idx", std::string(2048, '?') + twin.substr(2048));
+    EXPECT_EQ(writeHeader(*walk.handle, walk.fd), status::success);
+    EXPECT_EQ(writeTreeNode(*walk.handle, walk.fd, 1024, walk.handle->area.root), status::success);
+    EXPECT_EQ(writeDeletedNode(*walk.handle, walk.fd, 1536), status::success);
+    EXPECT_EQ(readDeletedNode(*walk.handle, walk.handle->area.deletedNode.next), status::success);
+    EXPECT_EQ(writeDeletedNode(*walk.handle, walk.fd, 2048), status::success);
+    EXPECT_TRUE(walk.folder.read("idx") == twin);
+    walk.handle->area.deletedNode.count = 127;
+    EXPECT_EQ(checkDeletedNode(*walk.handle), status::deletedNodeCountWrong);
+    walk.handle->area.deletedNode.signature[1] = 0;
+    EXPECT_EQ(checkDeletedNode(*walk.handle), status::deletedNodeUnsigned);
+  }
+}
+
+TEST(TreeCursor, ReadsTheHeaderAreaAgainWhenTheChangeCounterMoved) {
+  Walk walk(makeIndex(100, "1-10"));
+  std::string other = makeIndex(30, "1-5");
+  walk.folder.write("idx", other);
+  EXPECT_EQ(checkSpinCounter(*walk.handle), status::success);
+  EXPECT_EQ(walk.handle->keyLength, 10U) << "the counter did not move";
+  setNumberAt(other, 32, 4, 1);
+  walk.folder.write("idx", other);
+  EXPECT_EQ(checkSpinCounter(*walk.handle), status::success);
+  EXPECT_EQ(walk.toEnd(), status::endOfIndex);
+  EXPECT_TRUE(walk.entries == readIndex(other).entries);
+  walk.folder.write("idx", other.substr(0, 35));
+  EXPECT_EQ(checkSpinCounter(*walk.handle), status::notAnIndex);
+}
+
+// Leaves are the nodes 4 to 24; the inner node 25 refers to them. The root refers to it and to its later neighbour.
+TEST(TreeCursor, EndsWithAnErrorOnADamagedFile) {
+  const std::string good = makeIndex(463, "v,1-10");
+  constexpr std::size_t leaf = 2048;
+  constexpr std::size_t inner = 25 * 512;
+  const struct {
+    const char* damage;
+    std::function<void(std::string&)> make;
+    StatusCode status;
+  } cases[] = {{"short header area", [](auto& b) { b.resize(2047); }, -102},
+               {"no magic", [](auto& b) { b[3] = 's'; }, -102},
+               {"other version", [](auto& b) { b[5] = 3; }, -162},
+               {"key length 0", [](auto& b) { setNumberAt(b, 10, 2, 0); }, -102},
+               {"key length 151", [](auto& b) { setNumberAt(b, 10, 2, 151); }, -102},
+               {"child between two nodes", [](auto& b) { setNumberAt(b, 1024 + 4, 4, 3000); }, -1},
+               {"too many entries in the root", [](auto& b) { b[1024 + 500] = 21; }, -5},
+               {"empty root with a child", [](auto& b) { b[1024 + 500] = 0; }, -5},
+               {"too many entries in a leaf", [](auto& b) { b[leaf + 500] = '\xFF'; }, -5},
+               {"empty leaf", [](auto& b) { b[leaf + 500] = 0; }, -5},
+               {"child in the header area", [](auto& b) { setNumberAt(b, inner + 4, 4, 1536); }, -5},
+               {"child beyond the end", [](auto& b) { setNumberAt(b, inner + 4, 4, 0xFFFFFE00); }, -3},
+               {"cut file", [](auto& b) { b.resize(inner + 100); }, -3},
+               {"node below itself", [](auto& b) { setNumberAt(b, inner + 4, 4, inner); }, -4},
+               {"node referred to twice", [](auto& b) { setNumberAt(b, inner + 24 + 4, 4, leaf); }, -5},
+               {"leaf with a right child", [](auto& b) { setNumberAt(b, leaf + 508, 4, leaf); }, -5},
+               {"keys out of order", [](auto& b) { b[leaf + 24 + 12] = '0'; }, -5}};
+  for (const auto& c : cases) {
+    std::string bytes = good;
+    c.make(bytes);
+    EXPECT_EQ(Walk(bytes).toEnd(), c.status) << c.damage;
+  }
+}
+
+TEST(TreeCursor, ComesToAnEndOnAnyBytes) {
+  const std::string good = makeIndex(500, "v,1-10");
+  std::mt19937 random(7);
+  for (int round = 0; round < 200; ++round) {
+    std::string bytes = round % 2 == 0 ? good : otherByteOrder(good);
+    for (int i = 0; i < 5; ++i) {
+      const std::size_t node = random() % (bytes.size() / 512) * 512;
+      bytes[node + (i % 2 == 0 ? 500 + random() % 12 : random() % 512)] = static_cast<char>(random());
+    }
+    Walk walk(bytes);
+    EXPECT_NE(walk.toEnd(), status::success);
+    EXPECT_LE(walk.entries.size(), bytes.size() / 16);
+  }
+}
+
+TEST(StoredCommand, GetsTheNewIndexNameAndKeepsTheRest) {
+  const std::string rest(520, 'x');
+  const struct {
+    std::string stored;
+    const char* own;
+    StatusCode status;
+    std::string result;
+  } cases[] = {{"cust,old.isi,l80 -1,5,7", "idx,new,-c", 0, "cust,new,l80 -1,5,7"},
+               {"cust,,-1", "idx,/a/new.isi,,/tmp -c", 0, "cust,/a/new.isi,-1"},
+               {"a,bb," + rest, "idx,new,-c", 0, "a,new," + rest},
+               {"a,bb," + rest, "idx,newer,-c", -166, "a,bb," + rest},
+               {"cust,old.isi", "idx,new,-c", -164, "cust,old.isi"},
+               {"cust,,-1", "idx,new", -165, "cust,,-1"}};
+  for (const auto& c : cases) {
+    std::string field = c.stored + std::string(528 - c.stored.size(), '\0');
+    EXPECT_EQ(replaceIndexName(field, c.own), c.status) << c.stored;
+    EXPECT_EQ(field, c.result + std::string(528 - c.result.size(), '\0'));
+  }
+}
+
+}  // namespace
+}  // namespace tarnvale

@@ -1,0 +1,140 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+
+#include "support/index_file.h"
+#include "support/program_run.h"
+
+namespace tarnvale {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(Program, EndsEveryRunWithItsMessageAndLeavesOnlyWhatHolds) {
+  const std::string wrong = "Data file is not in the correct format.  Index file will be deleted.\n";
+  const struct {
+    std::string data;
+    std::string arguments;
+    int exitStatus;
+    std::string message;
+    const char* files;
+  } cases[] = {
+      {"abc\nabd\n", "data,out -1-3", 0, "\n2 records, 0 deleted entries\nStart time = ", "data.TXT out.ISI"},
+      {"abc\nabd\n", "data -1-3", 0, "\nIndexing data.TXT into data.ISI\n", "data.ISI data.TXT"},
+      {"abc\nabd\n", "data,out -n,1", 1, "\nData file has 1 duplicate key entries.\n" + wrong, "data.TXT out.ERR"},
+      {"abc\nabd\n", "data,out -n0,1", 0, "\nDuplicate Key ignored at:", "data.TXT out.ERR out.ISI"},
+      {"abc\nabd\n", "data,out -e,1-3", 0, "\n2 records", "data.TXT out.ISI"},
+      {"abcd\nab\n", "data,out -1", 1, "\nRecord longer than maximum record length was found.\n" + wrong, "data.TXT"},
+      {"a\tc\na\td\n", "data,out -1", 1, "\nData file has space compression.\n" + wrong, "data.TXT"},
+      {"a\tc\na\td\n", "data,out -b,1", 0, "\n2 records", "data.TXT out.ISI"},
+      {"ab\n\0cd\n"s, "data,out -1", 1, "position invalid for fixed length records.\n" + wrong, "data.TXT"},
+      {"ab\ncdxef\n", "data,out -g=2,1", 1, "at byte offset: 3.\n", "data.TXT"},
+      {"abcde", "data,out -f=2,1", 1, "\nRecord size not valid for file length found.\n", "data.TXT"},
+      {"abcde", "data,out -f=65536,1", 1, "\nA record longer than 65533 bytes was found.\n", "data.TXT"},
+      {"abc\n", "none,out -q,1", 1, "\nCan't open source file none.TXT\n", "data.TXT"},
+      {"abc\n", "none,out -1", 1, "\nUnable to determine record length for fixed record length file: ", "data.TXT"},
+      {"abc\n", "none,out,l10 -1", 0, "\n0 records", "data.TXT none.TXT out.ISI"},
+      {"abc\n", "none,out -v,1", 1, "Null file must have record length", "data.TXT none.TXT"},
+      {"abc\n", "data,no/out.isi -1", 1, "\nCan't create output file no/out.isi\n", "data.TXT"},
+      {"abc\n", "data,data.TXT -1", 1, "\nThe Output file name can not be same as Input name.\n", "data.TXT"},
+      {"abc\n", "data,out,,/none -1", 1, "\nOne of the temporary files could not be opened.\n", "data.TXT"},
+      {"abc\n", "data,out -1" + std::string(530, ' '), 1, "an index can keep 527 characters", "data.TXT"},
+      {"abc\n", "data -?", 1, "\ntarnvale isi -[i|r]\n", "data.TXT"},
+      {"abc\n", "-d", 1, "\nThe command line is incomplete.  Use -? option.\n", "data.TXT"},
+      {"abc\n", "-Llog data,out -1", 0, "", "data.TXT log out.ISI"},
+      {"abc\n", "-l -d data,out -1", 0, "\n1 records", "data.TXT out.ISI"}};
+  for (const auto& c : cases) {
+    const TestFolder folder;
+    folder.write("data.TXT", c.data);
+    const ProgramResult result = runProgram(folder, c.arguments);
+    EXPECT_EQ(result.exitStatus, c.exitStatus) << c.arguments;
+    EXPECT_TRUE(c.message.empty() ? result.output.empty() : result.says(c.message)) << result.output;
+    EXPECT_EQ(folder.names(), c.files) << c.arguments;
+    EXPECT_EQ(folder.read("data.TXT"), c.data);
+  }
+}
+
+TEST(Program, NeverWritesOverItsDataFile) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"data.txt,soft.isi -1", "The Output file name can not be same as Input name."},
+      {"data.txt,hard.isi -1", "The Output file name can not be same as Input name."},
+      {"data.txt,other.isi -e,1", "Can't create output file other.ERR"}};
+  const TestFolder folder;
+  folder.write("data.txt", "abc\nabc\n");
+  std::filesystem::create_symlink("data.txt", folder.path("soft.isi"));
+  std::filesystem::create_hard_link(folder.path("data.txt"), folder.path("hard.isi"));
+  std::filesystem::create_hard_link(folder.path("data.txt"), folder.path("other.ERR"));
+  for (const auto& [arguments, message] : cases) {
+    const ProgramResult result = runProgram(folder, arguments);
+    EXPECT_TRUE(result.exitStatus == 1 && result.says(message)) << result.output;
+    EXPECT_EQ(folder.read("data.txt"), "abc\nabc\n");
+    EXPECT_EQ(folder.names(), "data.txt hard.isi other.ERR soft.isi");
+  }
+}
+
+TEST(Program, FailsCleanlyAtAFileSizeLimit) {
+  const TestFolder folder;
+  std::string data;
+  for (int i = 9999; i > 7000; --i) data += std::to_string(i) + "......\n";
+  folder.write("data.txt", data);
+  const std::pair<rlim_t, const char*> cases[] = {
+      {1000, "/out.isi.\n"}, {20000, "/tmp/dsort"}, {62000, "Unable to write segment of index file. Errno=27\n"}};
+  for (const auto& [limit, message] : cases) {
+    const rlimit fileSize = {limit, limit};
+    const auto setLimit = [&] { ::setrlimit(RLIMIT_FSIZE, &fileSize); };
+    const ProgramResult result = runProgram(folder, folder.path("data.txt") + ",out.isi -1-10", setLimit);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_TRUE(result.says("failed writing to file ") && result.says(message)) << result.output;
+    EXPECT_EQ(folder.names(), "data.txt");
+  }
+}
+
+TEST(Program, WorksWithoutStandardDescriptors) {
+  const TestFolder folder;
+  folder.write("data.txt", "abc\nabd\n");
+  ASSERT_EQ(runProgram(folder, "data.txt,out.isi -e,1-3").exitStatus, 0);
+  const std::string index = folder.read("out.isi");
+  for (const int last : {0, 1, 2}) {
+    const auto closeDescriptors = [last] { ::close_range(0, static_cast<unsigned>(last), 0); };
+    EXPECT_EQ(runProgram(folder, "data.txt,out.isi -e,1-3", closeDescriptors).exitStatus, 0);
+    EXPECT_TRUE(folder.read("out.isi") == index) << last;
+  }
+}
+
+TEST(Program, InterruptedInABuildLeavesTheErrorFileOnly) {
+  const TestFolder folder;
+  std::string data;
+  for (int i = 0; i < 5000; ++i) data += "same key\n";
+  folder.write("data.txt", data);
+  ProgramRun run(folder, "data.txt,out.isi -n,1-8");
+  run.waitForOutput(60000);  // the pipe is full of duplicate keys: the program stands in the merge
+  EXPECT_TRUE(folder.names().starts_with("data.txt out.ERR out.isi tmp/dsort"));
+  run.interrupt();
+  const ProgramResult result = run.finish();
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_TRUE(result.output.ends_with("Processing aborted via user interrupt.\n"));
+  EXPECT_EQ(folder.names(), "data.txt out.ERR");
+  EXPECT_TRUE(folder.read("out.ERR").ends_with("Key:same key \r\n"));
+}
+
+TEST(Program, IndexesAMillionRecordsEntryByEntry) {
+  const TestFolder folder;
+  std::mt19937 random(8);
+  std::string data;
+  std::vector<DataRecord> records;
+  for (int i = 0; i < 1000000; ++i) {
+    records.push_back({data.size(), 16, std::to_string(10000000 + random() % 600000) + "ab"});
+    data += "key:" + records.back().key + "\r\n";
+  }
+  folder.write("data.txt", data);
+  EXPECT_EQ(runProgram(folder, "data.txt,out.isi -5-14").exitStatus, 0);
+  const IndexFile index = readIndex(folder.read("out.isi"));
+  EXPECT_EQ(index.faults, "");
+  EXPECT_TRUE(index.entries == expectedEntries(records, true));
+}
+
+}  // namespace
+}  // namespace tarnvale

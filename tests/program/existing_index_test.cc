@@ -1,0 +1,155 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "support/data_sample.h"
+#include "support/program_run.h"
+
+namespace tarnvale {
+namespace {
+
+TEST(ExistingIndex, IsShownFromEveryHeaderAndLeftAlone) {
+  const TestFolder folder;
+  folder.write("data.txt", "abc\nabd\n");
+  ASSERT_EQ(runProgram(folder, "data.txt,idx -u,1-3").exitStatus, 0);
+  std::string older(1024, '\0');
+  older.replace(52, 2, "\x0F\xF0");
+  older.replace(128, 10, "cust,,-1-5");
+  folder.write("older.isi", older);
+  folder.write("empty.isi", "SISI\x03\xFC" + std::string(2042, '\0'));
+  folder.write("text.isi", "no index");
+  const struct {
+    const char* arguments;
+    int exitStatus;
+    const char* message;
+  } cases[] = {{"idx -i,k", 0, "\ntarnvale data.txt,idx,-u,1-3\n"},
+               {"older.isi -i", 0, "\nConverting from 8.x to 9.x format\n\ntarnvale cust,,-1-5\n"},
+               {"empty.isi -i", 1, "No key information available for empty.isi\n"},
+               {"empty.isi -r", 1, "No key information available for empty.isi\n"},
+               {"text.isi -r", 1, "Not a valid .isi file text.isi\n"},
+               {"none -i", 1, "Can't open .isi file none.ISI\n"},
+               {"text.isi -c", 1, "Not a valid .isi file structure for file: text.isi.\n"},
+               {"none -c", 1, "Unable to open input ISI file for compact: none.ISI\n"}};
+  for (const auto& c : cases) {
+    const ProgramResult result = runProgram(folder, c.arguments);
+    EXPECT_EQ(result.exitStatus, c.exitStatus) << c.arguments;
+    EXPECT_TRUE(result.says(c.message)) << result.output;
+    EXPECT_EQ(folder.names(), "data.txt empty.isi idx.ISI older.isi text.isi");
+  }
+}
+
+// An index with half filled nodes, equal keys and three nodes of deleted records.
+class Compaction : public testing::Test {
+ protected:
+  Compaction() {
+    std::string data;
+    for (int i = 0; i < 3000; ++i) data += std::to_string(1000 + i * 37 % 900) + "\n";
+    folder.write("data.txt", data + std::string(300 * 5, '\0'));
+    EXPECT_EQ(runProgram(folder, "data.txt,idx.isi -m50,1-4").exitStatus, 0);
+    loose = folder.read("idx.isi");
+    before = readIndex(loose, 15);
+    EXPECT_EQ(before.faults, "");
+  }
+
+  TestFolder folder;
+  std::string loose;
+  IndexFile before;
+};
+
+TEST_F(Compaction, InPlaceFillsTheNodesAndKeepsEntriesListAndByteOrder) {
+  std::uint32_t counter = 0;
+  for (const char* const arguments : {"idx.isi -c", "idx.isi -c=0", "idx.isi -c=1"}) {
+    for (const bool bigEndian : {false, true}) {
+      setNumberAt(loose, 32, 4, counter);
+      folder.write("idx.isi", bigEndian ? otherByteOrder(loose) : loose);
+      const ProgramResult result = runProgram(folder, arguments);
+      EXPECT_TRUE(result.says("\n3000 records, 300 deleted entries\nStart time = ")) << result.output;
+      EXPECT_EQ(folder.names(), "data.txt idx.isi");
+      std::string bytes = folder.read("idx.isi");
+      EXPECT_EQ(bytes[4] == '\xFC', bigEndian);
+      if (bigEndian) bytes = otherByteOrder(bytes);
+      const IndexFile after = readIndex(bytes);
+      EXPECT_EQ(after.faults, "");
+      EXPECT_TRUE(after.entries == before.entries && after.deleted == before.deleted);
+      EXPECT_TRUE(numberAt(bytes, 1536 + 504, 4) == 4 && numberAt(bytes, 2048 + 504, 4) == 5) << "nodes of the list";
+      EXPECT_EQ(numberAt(bytes, 32, 4), counter == 0 ? 1U : 0U);
+      bytes.replace(32, 4, loose.substr(32, 4));
+      EXPECT_EQ(bytes.substr(0, 1024), loose.substr(0, 1024)) << "the rest of the header stays";
+      counter = counter == 0 ? 7 : 0;
+    }
+  }
+}
+
+TEST_F(Compaction, IntoANewFileNamesItInTheStoredCommand) {
+  const std::pair<const char*, const char*> cases[] = {{"idx.isi,new -c", "data.txt,new,-m50,1-4"},
+                                                       {"idx.isi,new -c=0", "data.txt,idx.isi,-m50,1-4"}};
+  for (const auto& [arguments, command] : cases) {
+    EXPECT_EQ(runProgram(folder, arguments).exitStatus, 0);
+    const std::string bytes = folder.read("new.isi");
+    EXPECT_TRUE(readIndex(bytes).entries == before.entries);
+    EXPECT_STREQ(&bytes[496], command);
+    EXPECT_TRUE(folder.read("idx.isi") == loose);
+  }
+}
+
+TEST_F(Compaction, DropsTheListWhereDeletedRecordsAreNotKept) {
+  loose[6] |= 0x20;
+  folder.write("idx.isi", loose);
+  EXPECT_TRUE(runProgram(folder, "idx.isi -c").says("Deleted Data Record sectors purged from ISI!"));
+  const IndexFile after = readIndex(folder.read("idx.isi"));
+  EXPECT_TRUE(after.faults.empty() && after.deleted.empty() && after.entries == before.entries);
+  EXPECT_FALSE(runProgram(folder, "idx.isi -c").says("purged"));
+}
+
+TEST_F(Compaction, ThatFailsInPlaceRestoresTheIndex) {
+  const rlimit fileSize = {loose.size(), loose.size()};  // enough for the backup, not for the list behind the old end
+  const ProgramResult result = runProgram(folder, "idx.isi -c", [&] { ::setrlimit(RLIMIT_FSIZE, &fileSize); });
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_TRUE(result.says("ISI has been restored after fatal compact error for file: idx.isi\n")) << result.output;
+  EXPECT_TRUE(folder.read("idx.isi") == loose);
+  EXPECT_EQ(folder.names(), "data.txt idx.isi");
+}
+
+TEST_F(Compaction, InterruptedWhileItWaitsForTheLockLeavesTheIndexAlone) {
+  const int data = ::open(folder.path("data.txt").c_str(), O_RDWR);
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_start = 0x7FFFFFFFFFFFFFFD;
+  lock.l_len = 2;
+  ASSERT_EQ(::fcntl(data, F_SETLK, &lock), 0);
+  for (const char* const arguments : {"idx.isi -c", "idx.isi,new.isi -c"}) {
+    ProgramRun run(folder, arguments);
+    run.waitForOutput(100);
+    ::usleep(100000);
+    run.interrupt();
+    const ProgramResult result = run.finish();
+    EXPECT_TRUE(result.exitStatus == 1 && result.says("Processing aborted via user interrupt.\n")) << result.output;
+    EXPECT_TRUE(folder.read("idx.isi") == loose);
+    EXPECT_EQ(folder.names(), "data.txt idx.isi");
+  }
+  ::close(data);
+}
+
+TEST(ExistingIndex, HasTheSameEntriesAfterBuildCompactionAndReindex) {
+  std::mt19937 random(9);
+  for (int round = 0; round < 40; ++round) {
+    const DataSample sample = makeSample(round, 1 << (8 + round % 10), random);
+    const TestFolder folder;
+    folder.write("data.txt", sample.bytes);
+    const std::string build = "data.txt,idx.isi," + sample.recordLength + " -" + sample.options;
+    const std::pair<std::string, const char*> steps[] = {
+        {build, "idx.isi"}, {"idx.isi -c", "idx.isi"}, {"idx.isi,new.isi -c=1", "new.isi"}, {"new.isi -r", "new.isi"}};
+    for (const auto& [arguments, name] : steps) {
+      const ProgramResult result = runProgram(folder, arguments);
+      ASSERT_EQ(result.exitStatus, 0) << build << "; " << arguments << result.output;
+      const IndexFile index = readIndex(folder.read(name));
+      EXPECT_EQ(index.faults, "") << build << "; " << arguments;
+      EXPECT_TRUE(index.entries == expectedEntries(sample.records, sample.recordNumbers)) << build << "; " << arguments;
+      EXPECT_EQ(index.deleted.size(), sample.deletedLfas.size()) << build << "; " << arguments;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tarnvale
