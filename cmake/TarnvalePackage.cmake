@@ -1,0 +1,35 @@
+# The Debian package: cpack --config build/release/CPackConfig.cmake. scripts/check_package makes and tries it.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME "${PROJECT_NAME}")
+set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
+set(CPACK_PACKAGE_VENDOR "tarnvale developers")
+set(CPACK_PACKAGE_CONTACT "tarnvale developers <developers@tarnvale.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "builds, checks and compacts ISAM indexes over data files")
+set(CPACK_PACKAGE_DESCRIPTION
+"From a file of records and a list of column ranges, tarnvale makes an index:
+a B-tree of the records' keys with the position of each record. Records have
+a fixed or variable length and are text or binary; the data may be far larger
+than memory.
+.
+tarnvale-check proves an index against its data file.")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+
+# Changelog and copyright are files of the package alone, and so not of cmake --install.
+set(packedChangelog "${PROJECT_BINARY_DIR}/changelog.Debian.gz")
+tarnvale_packed_file("${PROJECT_SOURCE_DIR}/packaging/debian/changelog" "${packedChangelog}")
+add_custom_target(package_changelog ALL DEPENDS "${packedChangelog}")
+install(FILES "${packedChangelog}" packaging/debian/copyright DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  COMPONENT package EXCLUDE_FROM_ALL)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+set(CPACK_COMPONENTS_ALL Unspecified package)
+
+include(CPack)
