@@ -7,6 +7,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <functional>
 #include <optional>
 
 #include "check/deleted_list_check.h"

@@ -204,6 +204,7 @@ void SortTrain(RunContext& run) {
   sortGroup(run, {run.sortPointerArray, count}, 0);
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the slot at `last` is exchanged too, reached from `first`
 void ShellSortEntries(const RunContext& run, std::uint32_t* first, std::uint32_t* last) {
   const auto count = last - first + 1;
   for (auto gap = count / 2; gap > 0; gap /= 2) {

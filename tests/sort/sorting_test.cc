@@ -84,9 +84,7 @@ TEST(TrainSort, OrdersByKeyThenLfaWithBothMethods) {
   }
 }
 
-TEST(TrainSort, DividesTrainsInPlaceThatItsPairsDoNotHold) {
-  expectTrainsSorted(150000, 5);
-}
+TEST(TrainSort, DividesTrainsInPlaceThatItsPairsDoNotHold) { expectTrainsSorted(150000, 5); }
 
 // Sends keys through trains and merge, in a sort area of `areaSize` bytes.
 struct Sorting {
