@@ -14,6 +14,13 @@ namespace tarnvale {
 
 namespace {
 
+// Deletes an open file. It is emptied first: the name may be one of several, or a link.
+void discardFile(int& fd, const char* name) {
+  static_cast<void>(::ftruncate(fd, 0));
+  closeFile(fd);
+  ::unlink(name);
+}
+
 template <typename Block>
 void freeBlock(Block*& block) {
   std::free(block);
@@ -29,10 +36,8 @@ void closeAndRemoveFiles(RunContext& run, CleanUp mode) {
     closeFile(run.inputFd);
     if (failure && run.dataFileCreated) ::unlink(run.inputName.c_str());
   }
-  if (run.outputFd >= 0) {
-    closeFile(run.outputFd);
-    if (failure) ::unlink(run.outputName.c_str());
-  }
+  if (run.outputFd >= 0 && failure) discardFile(run.outputFd, run.outputName.c_str());
+  closeFile(run.outputFd);
   removeWorkFiles(run);
 }
 
@@ -48,11 +53,13 @@ void CleanUpFiles(RunContext& run, CleanUp mode) {
 void removeIndexFile(RunContext& run) {
   if (run.outputFd < 0) return;
   const InterruptHold hold;
-  closeFile(run.outputFd);
-  ::unlink(run.outputName.c_str());
+  discardFile(run.outputFd, run.outputName.c_str());
 }
 
-void deleteIndexByName(RunContext& run) { ::unlink(run.outputName.c_str()); }
+void deleteIndexByName(RunContext& run) {
+  static_cast<void>(::truncate(run.outputName.c_str(), 0));
+  ::unlink(run.outputName.c_str());
+}
 
 void finishErrorFile(RunContext& run) {
   if (!run.errorFileWanted) return;

@@ -16,6 +16,7 @@ namespace tarnvale {
 namespace {
 
 RunContext runContext;
+volatile std::sig_atomic_t settledExitStatus = -1;  // of a run that is over but for its last messages
 
 void installHandler(int signal, bool evenIfIgnored) {
   struct sigaction before {};
@@ -45,13 +46,12 @@ void installInterruptHandler() {
   installHandler(SIGHUP, false);
 }
 
-void ignoreInterrupts() {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_IGN);
-}
+void settleExitStatus(int exitStatus) { settledExitStatus = exitStatus; }
 
 void OnInterrupt(int /*signal*/) {
   constexpr std::string_view message = "Processing aborted via user interrupt.\n";
   constexpr int patienceMilliseconds = 1000;
+  if (settledExitStatus >= 0) ::_exit(settledExitStatus);
   RunContext& run = runContext;
   if (run.errorFileFd >= 0) {
     static_cast<void>(writeAll(run.errorFileFd, run.errorFileBuffer.data(), run.errorFileBuffered));

@@ -15,8 +15,8 @@ void openStandardDescriptors();
 /// file size limit become failed writes.
 void installInterruptHandler();
 
-/// From here on an interrupt is ignored: the run is over but for its last messages.
-void ignoreInterrupts();
+/// The run is over but for its last messages: an interrupt now ends the process with this exit status and nothing else.
+void settleExitStatus(int exitStatus);
 
 /// Cleans up as after a failure, writes its message and ends the process with exit status 1. Async-signal-safe.
 void OnInterrupt(int signal);

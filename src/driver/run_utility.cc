@@ -128,32 +128,36 @@ struct Ending {
   bool inDeclaredFormat = true;
 };
 
-// Closes every file of the run and deletes what must not stay. An interrupt has to wait: between the closing of an
-// index that does not hold and its deletion nobody may see it. Then it is too late for one.
-Ending closeRun(RunContext& run) {
+StatusCode resultOf(const Ending& ending, StatusCode result) {
+  if (!ending.inDeclaredFormat) return status::wrongDataFormat;
+  return ending.outputClosed && ending.inputClosed ? result : status::closeFailed;
+}
+
+// Closes every file of the run, deletes what must not stay, and settles the result. An interrupt has to wait: between
+// the closing of an index that does not hold and its deletion nobody may see it. Then it can only cut the last messages
+// short.
+Ending closeRun(RunContext& run, StatusCode& result) {
   const InterruptHold hold;
-  const bool compaction = run.compactOptions != 0;
   Ending ending;
   if (run.outputFd == run.inputFd) run.inputFd = -1;
   ending.outputClosed = closeFile(run.outputFd);
   ending.inputClosed = closeFile(run.inputFd);
   CleanUpFiles(run, CleanUp::normal);
   finishErrorFile(run);
-  ending.inDeclaredFormat = compaction || isInDeclaredFormat(run);
+  ending.inDeclaredFormat = run.compactOptions != 0 || isInDeclaredFormat(run);
   if (!ending.inDeclaredFormat) deleteIndexByName(run);
-  ignoreInterrupts();
+  result = resultOf(ending, result);
+  settleExitStatus(result == status::success ? 0 : 1);
   return ending;
 }
 
 // The end of every build or compaction, successful or not.
 StatusCode finishRun(RunContext& run, StatusCode result, const ClockText& startTime) {
-  const Ending ending = closeRun(run);
+  const Ending ending = closeRun(run, result);
   if (!ending.outputClosed) PutMessage(run, "Close(outfile) failed.\n");
   if (!ending.inputClosed) PutMessage(run, "Close(infile) failed.\n");
-  if (!ending.outputClosed || !ending.inputClosed) result = status::closeFailed;
   if (!ending.inDeclaredFormat) {
     PutMessage(run, "Data file is not in the correct format.  Index file will be deleted.\n");
-    result = status::wrongDataFormat;
   }
   if (result == status::success) putTimingLine(run, startTime);
   return result;

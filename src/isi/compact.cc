@@ -113,6 +113,7 @@ StatusCode rebuild(RunContext& run, IsiHandle& handle) {
   StatusCode status = takeSettings(run, handle);
   if (status == status::success) status = formTrains(run, [&] { return fillTrainFromIndex(run, handle); });
   if (status == status::success) status = updateStoredCommand(run, handle.area.header);
+  if (status == status::success) status = checkDeletedList(handle);
   if (status == status::success && run.inPlace) status = makeBackup(run);
   // From here on the index is overwritten when the compaction works in place.
   if (status == status::success) status = writeHeaderArea(run, handle);

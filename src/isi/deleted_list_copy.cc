@@ -61,15 +61,20 @@ StatusCode moveListDown(RunContext& run, std::uint64_t from, std::uint64_t nodes
   return status::success;
 }
 
+// True when the positions of deleted records go on to be kept for reuse.
+bool keepsList(const IsiHeader& header) {
+  constexpr auto notKept = record_flag::byOffset | record_flag::deletedNotKept;
+  return (header.recordFlags & notKept) == 0 && header.deletedListHead != noPointer;
+}
+
 StatusCode writeList(RunContext& run, IsiHandle& handle, std::uint64_t& nodes) {
   IsiHeader& header = handle.area.header;
-  constexpr auto notKept = record_flag::variableLength | record_flag::spaceCompressed | record_flag::deletedNotKept;
   nodes = 1;
-  if ((header.recordFlags & notKept) != 0) {
+  if (!keepsList(header)) {
     if (header.deletedListHead != noPointer) PutMessage(run, "Deleted Data Record sectors purged from ISI!");
     header.deletedListHead = noPointer;
+    return writeNodeAt(run, handle, deletedListOffset);  // a placeholder
   }
-  if (header.deletedListHead == noPointer) return writeNodeAt(run, handle, deletedListOffset);  // a placeholder
   if (!run.inPlace) return copyList(run, handle, deletedListOffset, nodes);
   const auto oldEnd = fileSize(run.outputFd);
   if (!oldEnd) return status::workFileReadFailed;
@@ -78,6 +83,19 @@ StatusCode writeList(RunContext& run, IsiHandle& handle, std::uint64_t& nodes) {
 }
 
 }  // namespace
+
+StatusCode checkDeletedList(IsiHandle& handle) {
+  if (!keepsList(handle.area.header)) return status::success;
+  const DeletedRecordNode first = handle.area.deletedNode;
+  std::uint64_t nodesLeft = fileSize(handle.fd).value_or(0) / nodeSize;
+  StatusCode status = loadFirstNode(handle);
+  while (status == status::success && handle.area.deletedNode.next != noPointer) {
+    const bool hasNode = nodesLeft-- > 0 && readDeletedNode(handle, handle.area.deletedNode.next) == status::success;
+    if (!hasNode) status = status::workFileReadFailed;
+  }
+  handle.area.deletedNode = first;
+  return status;
+}
 
 StatusCode carryDeletedList(RunContext& run, IsiHandle& handle) {
   run.deletedRecordCount = 0;

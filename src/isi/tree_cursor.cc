@@ -15,7 +15,6 @@ namespace tarnvale {
 
 namespace {
 
-constexpr std::size_t spinCounterOffset = offsetof(IsiHeader, spinCounter);
 constexpr char isiMagic[] = {'S', 'I', 'S', 'I'};
 
 void takeGeometry(IsiHandle& handle) {
@@ -145,6 +144,18 @@ StatusCode firstEntry(IsiHandle& handle) {
   return status::endOfIndex;
 }
 
+// Keys ascend, and the duplicate numbers of equal keys rise. Gaps are left where applications removed entries, but
+// nothing goes back or comes twice: that happens where a rewriting was cut short, and nodes of the new tree lie under
+// the old root.
+bool followsInOrder(const IsiHandle& handle, const std::uint8_t* entry) {
+  const std::uint8_t* const before = handle.entry.data();
+  const int order = std::memcmp(isiEntryKey(before), isiEntryKey(entry), handle.keyLength);
+  if (order != 0) return order < 0;
+  const auto step = static_cast<std::uint16_t>(entryHead(entry).duplicateNumber - entryHead(before).duplicateNumber);
+  constexpr std::uint16_t backwards = 0x8000;  // the numbers have 16 bits and start again at 0
+  return step != 0 ? step < backwards : entryHead(entry).position != entryHead(before).position;
+}
+
 // Brings the cursor to the entry behind the current one.
 StatusCode step(IsiHandle& handle) {
   if (handle.beforeFirst) return firstEntry(handle);
@@ -167,22 +178,14 @@ StatusCode openIndex(IsiHandle& handle, int fd) {
   return readHeaderArea(handle);
 }
 
-StatusCode checkSpinCounter(IsiHandle& handle) {
-  Le32 counter;
-  if (readAt(handle.fd, &counter, sizeof counter, spinCounterOffset) != static_cast<ssize_t>(sizeof counter)) {
-    return status::notAnIndex;
-  }
-  if (handle.bigEndian) swapBytes(counter);
-  return counter == handle.area.header.spinCounter ? status::success : readHeaderArea(handle);
-}
+StatusCode checkSpinCounter(IsiHandle& handle) { return readHeaderArea(handle); }
 
 StatusCode nextEntry(IsiHandle& handle) {
   if (handle.atEnd) return status::endOfIndex;
   const StatusCode status = step(handle);
   if (status != status::success) return status;
   const std::uint8_t* const entry = entryAt(handle, handle.entryIndex);
-  const int order = std::memcmp(isiEntryKey(handle.entry.data()), isiEntryKey(entry), handle.keyLength);
-  if (!handle.beforeFirst && order > 0) return status::treeInconsistent;
+  if (!handle.beforeFirst && !followsInOrder(handle, entry)) return status::treeInconsistent;
   handle.beforeFirst = false;
   std::memcpy(handle.entry.data(), entry, handle.entrySize);
   return status::success;

@@ -53,7 +53,8 @@ struct IsiHandle {
 /// length that no index has; -162: of another version.
 [[nodiscard]] StatusCode openIndex(IsiHandle& handle, int fd);
 
-/// Re-reads the header area when the file's change counter differs from the one in memory. -102 when that fails.
+/// Re-reads the header area, which another process may have changed before the locks were granted: the change counter
+/// alone does not tell, it is the same again after two changes. -102 when that fails.
 [[nodiscard]] StatusCode checkSpinCounter(IsiHandle& handle);
 
 /// Copies the next entry in key order to `entry`.

@@ -202,7 +202,7 @@ StatusCode createIndexFile(RunContext& run) {
     run.outputName.clear();
     return status::outputIsInput;
   }
-  {
+  if (!isFileNamed(run.outputName.c_str(), run.outputStreamFd)) {  // nor into the file that takes the messages
     const InterruptHold hold;
     run.outputFd = createFile(run.outputName.c_str(), run.inputFd, -1);
   }

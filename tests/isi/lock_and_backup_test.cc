@@ -24,6 +24,7 @@ constexpr Lock readAccess = {F_RDLCK, 0x7FFFFFFFFFFFFFFF, 1};
 constexpr Lock writeAccess = {F_WRLCK, 0x7FFFFFFFFFFFFFFF, 1};
 constexpr Lock readUpdate = {F_RDLCK, 0x7FFFFFFFFFFFFFFD, 2};
 constexpr Lock writeUpdate = {F_WRLCK, 0x7FFFFFFFFFFFFFFD, 2};
+constexpr Lock writeLastOfUpdate = {F_WRLCK, 0x7FFFFFFFFFFFFFFE, 1};
 
 // Starts a process that holds the lock for a time; 0 when it does not get it.
 pid_t startHolder(const std::string& file, const Lock& lock, unsigned milliseconds) {
@@ -82,7 +83,7 @@ TEST(DataFileLock, KeepsCompactionsAndApplicationsApart) {
     const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
     EXPECT_TRUE(c.waits ? waited.count() > 0.05 : waited.count() < 10) << waited.count();
     std::string othersMay;
-    for (const Lock& lock : {readAccess, writeAccess, readUpdate, writeUpdate}) {
+    for (const Lock& lock : {readAccess, writeAccess, readUpdate, writeLastOfUpdate}) {
       othersMay += othersMayLock(data, lock) ? 'y' : 'n';
     }
     EXPECT_EQ(othersMay, c.othersMay);
