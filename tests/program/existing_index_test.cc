@@ -57,6 +57,35 @@ class Compaction : public testing::Test {
   IndexFile before;
 };
 
+TEST_F(Compaction, RefusesWhatARewritingCutShortOrADamageLeavesAndTouchesNothing) {
+  const auto damaged = [&](std::size_t offset, std::uint32_t value) {
+    std::string bytes = loose;
+    setNumberAt(bytes, offset, 4, value);
+    return bytes;
+  };
+  std::string twice = loose;  // the second entry of the first leaf is the first one again
+  twice.replace(3072 + 16, 16, loose.substr(3072, 16));
+  const std::string files[] = {damaged(1536 + 504, 3), damaged(2560 + 504, 100000), twice};
+  for (const std::string& bytes : files) {
+    folder.write("idx.isi", bytes);
+    EXPECT_EQ(runProgram(folder, "idx.isi -c").exitStatus, 1);
+    EXPECT_TRUE(folder.read("idx.isi") == bytes);
+    EXPECT_EQ(folder.names(), "data.txt idx.isi");
+  }
+}
+
+TEST(ExistingIndex, BehindALinkIsEmptiedByAFailedBuildAndIsNeverTheLog) {
+  const TestFolder folder;
+  folder.write("data.txt", "k\nk\n");
+  folder.write("real.isi", "");
+  ASSERT_EQ(::symlink("real.isi", folder.path("idx.isi").c_str()), 0);
+  EXPECT_EQ(runProgram(folder, "data.txt,idx.isi -n,1").exitStatus, 1);
+  EXPECT_EQ(folder.read("real.isi"), "");
+  EXPECT_EQ(folder.names(), "data.txt idx.ERR real.isi");
+  EXPECT_EQ(runProgram(folder, "-lreal.isi data.txt,real.isi -1").exitStatus, 1);
+  EXPECT_NE(folder.read("real.isi").find("Can't create output file real.isi"), std::string::npos);
+}
+
 TEST_F(Compaction, InPlaceFillsTheNodesAndKeepsEntriesListAndByteOrder) {
   std::uint32_t counter = 0;
   for (const char* const arguments : {"idx.isi -c", "idx.isi -c=0", "idx.isi -c=1"}) {
