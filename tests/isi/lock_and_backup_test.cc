@@ -121,11 +121,16 @@ TEST(Backup, BringsTheIndexBackOrStays) {
 }
 
 TEST(Backup, ThatCannotBeMadeLeavesTheIndexAlone) {
-  IndexInPlace run(O_RDWR);
-  std::filesystem::create_directory(run.folder.path("idx.isi.bak"));
-  EXPECT_EQ(makeBackup(*run), status::backupFailed);
-  EXPECT_EQ(run->compactOptions & compact_option::backupMade, 0U);
-  EXPECT_EQ(run.messages(), "Unable to create backup file: " + run.folder.path("idx.isi.bak\n"));
+  for (const bool linked : {true, false}) {
+    IndexInPlace run(O_RDWR);
+    const std::string name = run.folder.path("idx.isi.bak");
+    linked ? std::filesystem::create_hard_link(run.folder.path("idx.isi"), name)
+           : static_cast<void>(std::filesystem::create_directory(name));
+    EXPECT_EQ(makeBackup(*run), status::backupFailed);
+    EXPECT_EQ(run->compactOptions & compact_option::backupMade, 0U);
+    EXPECT_EQ(run.messages(), "Unable to create backup file: " + name + "\n");
+    EXPECT_TRUE(run.folder.read("idx.isi") == run.bytes);
+  }
 }
 
 }  // namespace

@@ -99,7 +99,8 @@ TEST(TreeCursor, ReadsTheHeaderAreaAgainWhetherTheChangeCounterMovedOrNot) {
 void linkAllToNext(std::string& bytes) {
   for (std::size_t node = 2048; node < 12 * 512; node += 512) {
     for (std::size_t entry = node; entry < node + 480; entry += 24) {
-      setNumberAt(bytes, entry + 4, 4, static_cast<std::uint32_t>(node + 512));
+      setNumberAt(bytes, entry + 4, 4, node < 11 * 512 ? static_cast<std::uint32_t>(node + 512) : 0);
+      setNumberAt(bytes, entry + 8, 2, 0);
       bytes.replace(entry + 12, 10, "0000000000");
     }
   }
