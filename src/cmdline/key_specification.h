@@ -10,7 +10,7 @@
 
 namespace tarnvale {
 
-/// The specification being read: `start[-end]`, columns counted from 1.
+/// The key specification being read: `start[-end]`, columns counted from 1.
 struct PendingKeySpec {
   std::uint32_t start = 0;
   std::uint32_t end = 0;
@@ -21,9 +21,8 @@ struct PendingKeySpec {
 /// Adds a digit to the column being read. -111 when the column is larger than a record can have.
 [[nodiscard]] StatusCode addKeyDigit(const RunContext& run, PendingKeySpec& pending, std::uint32_t digit);
 
-/// Enters the specification, if one is pending, into the column table and the list of specifications, and clears it.
-/// -112 start column 0 or missing, -113 overlap, -114 too many key bytes, -115
-/// too many specifications.
+/// Enters the key specification, if one is pending, into the column table and the list of specifications, and clears
+/// it. -112 start column 0 or missing, -113 overlap, -114 too many key bytes, -115 too many specifications.
 [[nodiscard]] StatusCode completeKeySpec(RunContext& run, PendingKeySpec& pending);
 
 enum class KeyRangeResult { added, overlap, tableFull };
