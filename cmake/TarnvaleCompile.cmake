@@ -1,4 +1,5 @@
-# How every target of the project is compiled: the interface target tarnvale_compile carries warnings and sanitizers.
+# How every target of the project is compiled: the interface target tarnvale_compile carries warnings, the version,
+# sanitizers and hardening.
 include(CheckIPOSupported)
 
 add_library(tarnvale_compile INTERFACE)
@@ -8,6 +9,10 @@ target_compile_options(tarnvale_compile INTERFACE
   -Wformat=2 -Wimplicit-fallthrough
   $<$<CXX_COMPILER_ID:GNU>:-Wuseless-cast>
   $<$<BOOL:${TARNVALE_WERROR}>:-Werror>)
+
+# The version is written in CMakeLists.txt alone. The texts are ready to stand beside other string literals.
+target_compile_definitions(tarnvale_compile INTERFACE
+  "TARNVALE_VERSION=\"${PROJECT_VERSION}\"" "TARNVALE_RELEASE_DATE=\"${TARNVALE_RELEASE_DATE}\"")
 
 # Debug builds check the bounds of spans, views and containers.
 target_compile_definitions(tarnvale_compile INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)

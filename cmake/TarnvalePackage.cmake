@@ -21,6 +21,21 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_PROJECT_CONFIG_FILE "${CMAKE_CURRENT_LIST_DIR}/PackageTools.cmake") # read by cpack, before it begins
+
+# CMakeLists.txt alone says which version this is; a release that the changelogs do not tell of is not configured.
+function(tarnvale_check_changelog file heading)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${file}")
+  file(READ "${PROJECT_SOURCE_DIR}/${file}" text)
+  if(NOT text MATCHES "${heading}")
+    message(FATAL_ERROR "${file} does not tell of ${PROJECT_VERSION} of ${TARNVALE_RELEASE_DATE}, the version in "
+      "CMakeLists.txt: nothing in it matches ${heading}")
+  endif()
+endfunction()
+string(REPLACE "." "\\." versionPattern "${PROJECT_VERSION}")
+tarnvale_check_changelog(CHANGELOG.md "\n## ${versionPattern} \\(${TARNVALE_RELEASE_DATE}\\)\n")
+tarnvale_check_changelog(packaging/debian/changelog
+  "^tarnvale \\(${versionPattern}-${CPACK_DEBIAN_PACKAGE_RELEASE}\\)[^\n]*\n\n( [^\n]*\n)*\n -- [^\n]*, ${TARNVALE_RELEASE_DATE} ")
 
 # Changelog and copyright are files of the package alone, and so not of cmake --install.
 set(packedChangelog "${PROJECT_BINARY_DIR}/changelog.Debian.gz")
