@@ -10,17 +10,22 @@ function(tarnvale_packed_file source packed)
     DEPENDS "${source}" VERBATIM)
 endfunction()
 
-foreach(page tarnvale.1 tarnvale-check.1)
-  set(packedPage "${PROJECT_BINARY_DIR}/${page}.gz")
-  tarnvale_packed_file("${PROJECT_SOURCE_DIR}/docs/man/${page}" "${packedPage}")
-  list(APPEND packedPages "${packedPage}")
+# Each program has a page and a completion; they come with it.
+foreach(program tarnvale tarnvale-check tarnvale-read)
+  if(TARGET ${program})
+    set(packedPage "${PROJECT_BINARY_DIR}/${program}.1.gz")
+    tarnvale_packed_file("${PROJECT_SOURCE_DIR}/docs/man/${program}.1" "${packedPage}")
+    list(APPEND packedPages "${packedPage}")
+    list(APPEND completions "packaging/completions/${program}")
+  endif()
 endforeach()
-add_custom_target(manual_pages ALL DEPENDS ${packedPages})
+set(packedChanges "${PROJECT_BINARY_DIR}/changelog.gz") # the name under which Debian looks for it
+tarnvale_packed_file("${PROJECT_SOURCE_DIR}/CHANGELOG.md" "${packedChanges}")
+add_custom_target(packed_documents ALL DEPENDS ${packedPages} "${packedChanges}")
 
 install(FILES ${packedPages} DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
-install(FILES packaging/completions/tarnvale packaging/completions/tarnvale-check
-  DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
-install(FILES README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES ${completions} DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
+install(FILES README.md "${packedChanges}" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}"
   FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 

@@ -1,5 +1,6 @@
 # The Debian package: cpack --config build/release/CPackConfig.cmake. scripts/check_package makes and tries it.
 set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/package")
 set(CPACK_PACKAGE_NAME "${PROJECT_NAME}")
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_VENDOR "tarnvale developers")
@@ -34,8 +35,9 @@ function(tarnvale_check_changelog file heading)
 endfunction()
 string(REPLACE "." "\\." versionPattern "${PROJECT_VERSION}")
 tarnvale_check_changelog(CHANGELOG.md "\n## ${versionPattern} \\(${TARNVALE_RELEASE_DATE}\\)\n")
-tarnvale_check_changelog(packaging/debian/changelog
-  "^tarnvale \\(${versionPattern}-${CPACK_DEBIAN_PACKAGE_RELEASE}\\)[^\n]*\n\n( [^\n]*\n)*\n -- [^\n]*, ${TARNVALE_RELEASE_DATE} ")
+string(CONCAT newestEntry "^tarnvale \\(${versionPattern}-${CPACK_DEBIAN_PACKAGE_RELEASE}\\)[^\n]*\n\n"
+  "( [^\n]*\n)*\n -- [^\n]*, ${TARNVALE_RELEASE_DATE} ")
+tarnvale_check_changelog(packaging/debian/changelog "${newestEntry}")
 
 # Changelog and copyright are files of the package alone, and so not of cmake --install.
 set(packedChangelog "${PROJECT_BINARY_DIR}/changelog.Debian.gz")

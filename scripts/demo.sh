@@ -6,7 +6,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/packages.sh
 
 if (($# == 0)); then
-  requirePackages g++:g++ cmake:cmake ninja:ninja-build
+  requireBuildTools
   cmake --preset release >/dev/null
   cmake --build --preset release --target tarnvale tarnvale-check
 fi
@@ -32,9 +32,10 @@ run() {
   "$programs/$1" "${@:2}" | tail -n +$((skipped + 1))
 }
 refused() { if run "$@"; then echo 'This should have failed.'; exit 1; else echo "(exit status $?)"; fi; }
+listEntries() { "$programs/tarnvale-check" -d "$1"; }
 entries() { # index, how many: the first entries, as the check program lists them
   echo 'record  offset  length  among equals  key'
-  "$programs/tarnvale-check" -d "$1" >entries.list
+  listEntries "$1" >entries.list
   head -n "$2" entries.list | awk -F '\t' '{ printf "%6d  %6d  %6d  %12d  %s\n", $1, $2, $3, $4, $5 }'
 }
 hexDump() { if command -v xxd >/dev/null; then xxd -l "$2" "$1"; else od -A x -t x1z -N "$2" "$1"; fi; }
@@ -85,11 +86,11 @@ run tarnvale names.isi -r
 
 step 'Compaction in place: an index built with half-full nodes (m50) becomes half as large; its entries stay the same'
 run tarnvale packages.txt,half.isi -m50,1-40
-"$programs/tarnvale-check" -d half.isi >before.list
+listEntries half.isi >before.list
 before=$(sizeOf half.isi)
 run tarnvale half.isi -c
 echo "$before bytes before, $(sizeOf half.isi) bytes after"
-"$programs/tarnvale-check" -d half.isi | cmp - before.list
+listEntries half.isi | cmp - before.list
 
 step 'A proof: tarnvale-check scans the data again and holds every record, node and count against the index'
 run tarnvale-check names.isi

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Installs the Debian packages that a script needs and does not find. To be sourced.
 #
 #   requirePackages cmake:cmake ninja:ninja-build /usr/include/gtest/gtest.h:libgtest-dev
@@ -20,4 +21,9 @@ requirePackages() {
   "${asRoot[@]}" apt-get -q update </dev/null &&
     "${asRoot[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install "${missing[@]}" \
       </dev/null
+}
+
+# What building, installing and packaging take.
+requireBuildTools() {
+  requirePackages g++:g++ cmake:cmake ninja:ninja-build gzip:gzip file:file dpkg-shlibdeps:dpkg-dev
 }

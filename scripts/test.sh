@@ -4,7 +4,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/packages.sh
 
-requirePackages g++:g++ cmake:cmake ninja:ninja-build /usr/include/gtest/gtest.h:libgtest-dev
+requireBuildTools
+requirePackages /usr/include/gtest/gtest.h:libgtest-dev
 cmake --preset release
 cmake --build --preset release
 ctest --preset release
