@@ -1,4 +1,4 @@
-// The command line: from text to the settings and open files of a run.
+// The command line: from text to settings.
 //
 //   data[,isi[,Lnnn[,tmppath]]] -opts     build an index, or compact one with option c
 //   isi -i    isi -r                      show how an index was built, or build it again
@@ -6,20 +6,25 @@
 
 #include <string_view>
 
-#include "common/run_context.h"
+#include "cmdline/environment.h"
+#include "cmdline/settings.h"
+#include "common/function_ref.h"
+#include "common/messages.h"
+#include "common/status_code.h"
 
 namespace tarnvale {
 
-/// Parses the command line and opens the files of the run. 0: a build or compaction is ready. -20: the display is
-/// finished. -12: the usage text is asked for. Any other code is a failure; where the code has no fixed text, its
-/// message is in `messageBuffer`.
-[[nodiscard]] StatusCode parseCommandLine(RunContext& run, std::string_view commandLine);
+/// A parsed command line. The settings hold what was read until the failure, if there was one.
+struct ParsedCommand {
+  StatusCode status = status::success;
+  Settings settings;
+};
 
-/// Parses the command line that an index keeps, in place of the one before, and opens the files of its build. -103 when
-/// it asks for something else, any other code as parseCommandLine.
-[[nodiscard]] StatusCode parseStoredCommand(RunContext& run, std::string_view stored);
-
-/// Reads the settings that say how files are named and found.
-void readEnvironment(RunContext& run);
+/// Parses the command line. `afterFields` is called once, when the file fields are known and before the options are
+/// read: the place where the work files are made; its failure ends the parsing. A failure is one code; where the code
+/// has no fixed text, its message is in the messages' buffer. -12: the usage text is asked for.
+[[nodiscard]] ParsedCommand parseCommandLine(std::string_view commandLine, const Environment& environment,
+                                             Messages& messages,
+                                             FunctionRef<StatusCode(const Settings&)> afterFields);
 
 }  // namespace tarnvale

@@ -2,10 +2,11 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <array>
-#include <cstring>
+#include <cstddef>
 
-#include "cmdline/settings.h"
+#include "common/file_name.h"
 #include "common/posix_file.h"
 
 namespace tarnvale {
@@ -43,22 +44,23 @@ bool readDefinition(const FileName& name, DefinitionBytes& definition) {
 
 }  // namespace
 
-void readDefinitionFile(RunContext& run) {
-  run.extensionSeparator = '.';
-  run.defaultDataExtension.assignCut(".TXT");
-  run.defaultIndexExtension.assignCut(".ISI");
+Definition readDefinitionFile(const Environment& environment) {
+  Definition definition;
+  definition.dataExtension.assignCut(".TXT");
+  definition.indexExtension.assignCut(".ISI");
 
   FileName name;
-  bool fits = name.append(lookupFirstSetting(run, {"QLX_SYSTEM", "VELDA_DBC", "DBC"}).value_or("/usr/qlc"));
-  const auto terminal = lookupFirstSetting(run, {"QLX_TERM", "VELDA_TERM", "TERM"});
-  if (!terminal) return;
+  bool fits = name.append(lookupFirstSetting(environment, {"QLX_SYSTEM", "VELDA_DBC", "DBC"}).value_or("/usr/qlc"));
+  const auto terminal = lookupFirstSetting(environment, {"QLX_TERM", "VELDA_TERM", "TERM"});
+  if (!terminal) return definition;
   fits = fits && name.append("/") && name.append(*terminal) && name.append(".def");
 
-  DefinitionBytes definition{};
-  if (!fits || !readDefinition(name, definition)) return;
-  run.extensionSeparator = definition.extensionSeparator;
-  setExtension(run.defaultDataExtension, definition.dataExtension, definition.extensionLength);
-  setExtension(run.defaultIndexExtension, definition.indexExtension, definition.extensionLength);
+  DefinitionBytes bytes{};
+  if (!fits || !readDefinition(name, bytes)) return definition;
+  definition.extensionSeparator = bytes.extensionSeparator;
+  setExtension(definition.dataExtension, bytes.dataExtension, bytes.extensionLength);
+  setExtension(definition.indexExtension, bytes.indexExtension, bytes.extensionLength);
+  return definition;
 }
 
 }  // namespace tarnvale

@@ -1,13 +1,18 @@
-// The definition file of the application environment: extension separator and default extensions.
+// The definition file of the terminal: how the extension of a file name is written, and which one is the default.
 #pragma once
 
-#include "common/run_context.h"
+#include "cmdline/environment.h"
+#include "common/fixed_text.h"
 
 namespace tarnvale {
 
-/// Sets `extensionSeparator`, `defaultDataExtension` and `defaultIndexExtension` to "." ".TXT" ".ISI", then to what the
-/// definition file of the terminal says, when there is one. A file that is short, or whose extensions are longer than
-/// 4 characters, is ignored.
-void readDefinitionFile(RunContext& run);
+struct Definition {
+  char extensionSeparator = '.';
+  FixedText<6> dataExtension;   // "." and up to 4 characters; .TXT without a file
+  FixedText<6> indexExtension;  // .ISI without a file
+};
+
+/// Reads the file of the terminal that the environment names; what it does not tell keeps its default.
+[[nodiscard]] Definition readDefinitionFile(const Environment& environment);
 
 }  // namespace tarnvale

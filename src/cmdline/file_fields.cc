@@ -1,8 +1,9 @@
 #include "cmdline/file_fields.h"
 
-#include <charconv>
+#include <algorithm>
 
-#include "cmdline/character_case.h"
+#include "common/character_case.h"
+#include "common/numbers.h"
 
 namespace tarnvale {
 
@@ -10,7 +11,6 @@ namespace {
 
 constexpr std::size_t maxNameField = 249;
 constexpr std::size_t maxRecordLengthField = 254;
-constexpr std::int32_t maxRecordSize = 65535;  // less the end-of-record mark
 
 void skipBlanks(std::string_view& rest) { rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size())); }
 
@@ -38,28 +38,25 @@ StatusCode takeOptionalField(std::string_view& rest, std::size_t maxLength, std:
   return rest.starts_with('-') ? status::success : takeField(rest, maxLength, field);
 }
 
-StatusCode setRecordLength(RunContext& run, std::string_view field) {
+StatusCode setRecordLength(Settings& settings, std::string_view field) {
   if (field.empty()) return status::success;
-  const std::string_view digits = field.substr(1);
-  std::int32_t length = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
-  const bool isNumber = error == std::errc{} && end == digits.data() + digits.size();
-  if (lowerCaseChar(field.front()) != 'l' || !isNumber) return status::invalidRecordLength;
-  if (length < 1 || length > maxRecordSize - run.eorLength) return status::invalidRecordLength;
-  run.recordLengthSpec = length;
+  const std::uint32_t longest = maxRecordSize - settings.assumedMarkLength();
+  const bool isLength = lowerCaseChar(field.front()) == 'l';
+  field.remove_prefix(1);
+  const std::uint32_t length = takeNumber(field, longest);
+  if (!isLength || !field.empty() || length < 1 || length > longest) return status::invalidRecordLength;
+  settings.recordLength = length;
   return status::success;
 }
 
-StatusCode setTempPath(RunContext& run, std::string_view field) {
+StatusCode setTempPath(Settings& settings, std::string_view field) {
   const bool isDrive = field.size() == 2 && field[1] == ':';
-  return run.tempPath.join(field, isDrive ? "/" : "") ? status::success : status::fileNameTooLong;
+  return settings.tempPath.join(field, isDrive ? "/" : "") ? status::success : status::fileNameTooLong;
 }
 
 }  // namespace
 
-StatusCode takeFileFields(RunContext& run, std::string_view& rest) {
-  run.inputName.clear();
-  run.outputName.clear();
+StatusCode takeFileFields(Settings& settings, std::string_view& rest) {
   std::string_view data;
   std::string_view index;
   std::string_view recordLength;
@@ -67,17 +64,17 @@ StatusCode takeFileFields(RunContext& run, std::string_view& rest) {
 
   StatusCode status = takeField(rest, maxNameField, data);
   if (status != status::success) return status;
-  if (!run.inputName.assign(data)) return status::fileNameTooLong;
+  if (!settings.dataName.assign(data)) return status::fileNameTooLong;
 
   status = takeOptionalField(rest, maxNameField, index);
   if (status != status::success) return status;
-  if (!run.outputName.assign(index)) return status::fileNameTooLong;
-  if (!run.storedCommandLine.join(data, ",", index, ",", rest)) return status::fileNameTooLong;
+  if (!settings.indexName.assign(index)) return status::fileNameTooLong;
+  if (!settings.storedCommandLine.join(data, ",", index, ",", rest)) return status::fileNameTooLong;
 
   status = takeOptionalField(rest, maxRecordLengthField, recordLength);
-  if (status == status::success) status = setRecordLength(run, recordLength);
+  if (status == status::success) status = setRecordLength(settings, recordLength);
   if (status == status::success) status = takeOptionalField(rest, maxNameField, tempPath);
-  if (status == status::success) status = setTempPath(run, tempPath);
+  if (status == status::success) status = setTempPath(settings, tempPath);
   return status;
 }
 

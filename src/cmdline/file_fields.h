@@ -3,13 +3,14 @@
 
 #include <string_view>
 
-#include "common/run_context.h"
+#include "cmdline/settings.h"
+#include "common/status_code.h"
 
 namespace tarnvale {
 
-/// Reads the four fields from the front of `rest` into `inputName`, `outputName`, `recordLengthSpec` and `tempPath`,
-/// and composes `storedCommandLine`. -104 the line ends inside a field, -107 a field is too long, -108 a record length
+/// Reads the four fields from the front of `rest` into `dataName`, `indexName`, `recordLength` and `tempPath`, and
+/// composes `storedCommandLine`. -104 the line ends inside a field, -107 a field is too long, -108 a record length
 /// that is none.
-[[nodiscard]] StatusCode takeFileFields(RunContext& run, std::string_view& rest);
+[[nodiscard]] StatusCode takeFileFields(Settings& settings, std::string_view& rest);
 
 }  // namespace tarnvale

@@ -4,18 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 
-#include "cmdline/character_case.h"
-#include "cmdline/settings.h"
+#include "cmdline/definition_file.h"
+#include "common/character_case.h"
 #include "common/posix_file.h"
 
 namespace tarnvale {
 
 namespace {
-
-constexpr mode_t everyoneReadsAndWrites = 0666;  // less the process's file-creation mask
 
 // True when the text names a directory, or might: a place that may not be looked at counts as one.
 bool mayBeDirectory(std::string_view text) {
@@ -36,25 +35,24 @@ std::optional<std::size_t> slashForSeparator(std::string_view name, char extensi
 }
 
 // The directory of a volume: the first of three variables that is set.
-std::optional<std::string_view> volumeDirectory(const RunContext& run, std::string_view volume) {
+std::optional<std::string_view> volumeDirectory(const Environment& environment, std::string_view volume) {
   for (const std::string_view prefix : {"QLXVOL_", "QLX_", "VELDA_"}) {
     FileName variable;
     if (!variable.join(prefix, volume)) return std::nullopt;
     for (char* c = variable.data() + prefix.size(); *c != '\0'; ++c) *c = upperCaseChar(*c);
-    if (const auto directory = lookupSetting(run, variable)) return directory;
+    if (const auto directory = lookupSetting(environment, variable)) return directory;
   }
   return std::nullopt;
 }
 
 // Replaces `cut`, a name without its volume, by the name in the volume's directory. False when it is too long.
-bool moveIntoVolume(FileName& name, std::string_view directory, std::string_view cut, std::size_t capacity,
-                    char extensionSeparator) {
+bool moveIntoVolume(FileName& name, std::string_view directory, std::string_view cut, char extensionSeparator) {
   FileName tail;
   if (!tail.assign(cut)) return false;
   if (const auto slash = slashForSeparator(tail, extensionSeparator)) tail.data()[*slash] = extensionSeparator;
   const bool closed = directory.ends_with(':') || directory.ends_with('/');
   const std::string_view slash = closed ? "" : "/";
-  if (directory.size() + slash.size() + tail.size() >= capacity) return false;
+  if (directory.size() + slash.size() + tail.size() >= nameCapacity) return false;
   return name.join(directory, slash, tail.view());
 }
 
@@ -67,19 +65,32 @@ bool canBeOpened(const char* name) {
 
 }  // namespace
 
-std::size_t resolveFileName(const RunContext& run, FileName& name, std::size_t capacity, char extensionSeparator) {
+FileNaming readFileNaming(const Environment& environment) {
+  FileNaming naming;
+  naming.environment = &environment;
+  naming.searchPath = lookupFirstSetting(environment, {"QLX_PATH", "VELDA_DBPATH", "DBPATH"}).value_or("");
+  const auto nameCase = lookupFirstSetting(environment, {"QLX_FNC", "VELDA_FNC"});
+  naming.foldCase = nameCase && compareNoCase(*nameCase, "Mixed") != 0;
+  const Definition definition = readDefinitionFile(environment);
+  naming.extensionSeparator = definition.extensionSeparator;
+  naming.dataExtension = definition.dataExtension;
+  naming.indexExtension = definition.indexExtension;
+  return naming;
+}
+
+std::size_t resolveFileName(const FileNaming& naming, FileName& name) {
+  const char separator = naming.extensionSeparator;
   if (name.view().find('|') != std::string_view::npos) return name.size();
   const std::size_t colon = name.view().find(':');
   if (colon != std::string_view::npos) {
-    if (const auto directory = volumeDirectory(run, name.view().substr(colon + 1))) {
-      const bool moved = moveIntoVolume(name, *directory, name.view().substr(0, colon), capacity, extensionSeparator);
-      return moved ? name.size() : 0;
+    if (const auto directory = volumeDirectory(*naming.environment, name.view().substr(colon + 1))) {
+      return moveIntoVolume(name, *directory, name.view().substr(0, colon), separator) ? name.size() : 0;
     }
   }
   const bool fewSlashes = std::ranges::count(name.view(), '/') <= 1;
   if (fewSlashes || colon != std::string_view::npos) {
-    const auto slash = slashForSeparator(name, extensionSeparator);
-    if (slash && !mayBeDirectory(name.view().substr(0, *slash))) name.data()[*slash] = extensionSeparator;
+    const auto slash = slashForSeparator(name, separator);
+    if (slash && !mayBeDirectory(name.view().substr(0, *slash))) name.data()[*slash] = separator;
   }
   return name.size();
 }
@@ -94,48 +105,41 @@ bool splitFileName(std::string_view name, FileNameParts& parts) {
          parts.extension.assign(rest.substr(dot));
 }
 
-bool buildFileName(const RunContext& run, FileName& name, const FileNameParts& parts) {
+bool buildFileName(const FileNaming& naming, FileName& name, const FileNameParts& parts) {
   if (!name.join(parts.drive.view(), parts.directory.view(), parts.baseName.view(), parts.extension.view())) {
     return false;
   }
-  if (run.foldFileNameCase) lowerCaseName(name);
+  if (naming.foldCase) std::transform(name.data(), name.data() + name.size(), name.data(), lowerCaseChar);
   return true;
 }
 
-std::size_t searchFilePath(RunContext& run, std::string_view name, FileName& directory, std::string_view path) {
+std::size_t searchFilePath(const FileNaming& naming, std::string_view name, FileName& directory) {
+  FileName tried;
   if (name.find('/') != std::string_view::npos) return 0;
-  if (!run.scratchPath.assign(name) || canBeOpened(run.scratchPath.c_str())) return 0;
-  while (!path.empty()) {
+  if (!tried.assign(name) || canBeOpened(tried.c_str())) return 0;
+  for (std::string_view path = naming.searchPath; !path.empty();) {
     const std::string_view element = path.substr(0, path.find(':'));
     path.remove_prefix(std::min(path.size(), element.size() + 1));
-    if (element.empty() || !run.scratchPath.join(element, "/", name)) continue;
-    if (canBeOpened(run.scratchPath.c_str()) && directory.join(element, "/")) return directory.size();
+    if (element.empty() || !tried.join(element, "/", name)) continue;
+    if (canBeOpened(tried.c_str()) && directory.join(element, "/")) return directory.size();
   }
   return 0;
 }
 
-bool findAndBuildFileName(RunContext& run, FileName& name, FileNameParts& parts) {
-  if (run.searchPath != nullptr && parts.directory.empty()) {
-    if (!buildFileName(run, name, parts)) return false;
-    searchFilePath(run, name, parts.directory, run.searchPath);
+bool findAndBuildFileName(const FileNaming& naming, FileName& name, FileNameParts& parts) {
+  if (!naming.searchPath.empty() && parts.directory.empty()) {
+    if (!buildFileName(naming, name, parts)) return false;
+    searchFilePath(naming, name, parts.directory);
   }
-  return buildFileName(run, name, parts);
+  return buildFileName(naming, name, parts);
 }
 
-int createFile(const char* name, int keepFd1, int keepFd2) {
-  const int created = ::open(name, O_RDWR | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, everyoneReadsAndWrites);
-  if (created >= 0) return created;
-  int existing = ::open(name, O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (existing < 0) return -1;
-  const bool kept = !isRegularFile(existing) || isSameFile(existing, keepFd1) || isSameFile(existing, keepFd2);
-  if (!kept && ::ftruncate(existing, 0) == 0) return existing;
-  closeFile(existing);
-  errno = EEXIST;
-  return -1;
-}
-
-void lowerCaseName(FileName& name) {
-  for (char* c = name.data(); *c != '\0'; ++c) *c = lowerCaseChar(*c);
+bool findInputName(const FileNaming& naming, std::string_view extension, FileName& name, FileNameParts& parts) {
+  if (resolveFileName(naming, name) == 0 || !splitFileName(name, parts)) return false;
+  if (parts.extension.empty() && !parts.extension.assign(extension)) return false;
+  // A name that ends with a dot has no extension.
+  if (parts.extension.view().ends_with('.')) parts.extension.truncate(parts.extension.size() - 1);
+  return findAndBuildFileName(naming, name, parts);
 }
 
 }  // namespace tarnvale

@@ -3,19 +3,15 @@
 #include <algorithm>
 #include <span>
 
-#include "common/output.h"
-
 namespace tarnvale {
 
 namespace {
 
-constexpr std::uint32_t maxColumnValue = 65535;  // less the end-of-record mark
+std::span<ColumnEntry> columnEntries(KeyColumns& keys) { return {keys.table.data(), keys.entryCount}; }
 
-std::span<ColumnEntry> columnEntries(RunContext& run) { return {run.columnTable.data(), run.columnEntryCount}; }
-
-StatusCode storeKeySpec(RunContext& run, std::uint32_t start, std::uint32_t end) {
-  if (run.keySpecCount == maxKeySpecs) return status::tooManyKeySpecs;
-  KeySpec& spec = run.keySpecs[run.keySpecCount++];
+StatusCode storeKeySpec(KeyColumns& keys, std::uint32_t start, std::uint32_t end) {
+  if (keys.specCount == maxKeySpecs) return status::tooManyKeySpecs;
+  KeySpec& spec = keys.specs[keys.specCount++];
   spec.start = static_cast<std::uint16_t>(start - 1);
   spec.length = static_cast<std::uint16_t>(end - start + 1);
   return status::success;
@@ -33,20 +29,20 @@ constexpr FlagText flagTexts[] = {{column_flag::key, "  Key;"},
 
 }  // namespace
 
-StatusCode addKeyDigit(const RunContext& run, PendingKeySpec& pending, std::uint32_t digit) {
+StatusCode addKeyDigit(PendingKeySpec& pending, std::uint32_t digit, std::uint32_t maxColumn) {
   std::uint32_t& column = pending.dashSeen ? pending.end : pending.start;
   column = column * 10 + digit;
   pending.digitSeen = true;
-  return column > maxColumnValue - run.eorLength ? status::keyColumnTooLarge : status::success;
+  return column > maxColumn ? status::keyColumnTooLarge : status::success;
 }
 
-StatusCode completeKeySpec(RunContext& run, PendingKeySpec& pending) {
+StatusCode completeKeySpec(KeyColumns& keys, PendingKeySpec& pending) {
   if (!pending.digitSeen && !pending.dashSeen) return status::success;
   const std::uint32_t start = pending.start;
   const std::uint32_t end = pending.end != 0 ? pending.end : start;
   pending = {};
   if (start == 0) return status::invalidKeySyntax;
-  switch (addKeyRange(run, start, end)) {
+  switch (addKeyRange(keys, start, end)) {
     case KeyRangeResult::overlap:
       return status::overlappingKeys;
     case KeyRangeResult::tableFull:
@@ -54,51 +50,51 @@ StatusCode completeKeySpec(RunContext& run, PendingKeySpec& pending) {
     case KeyRangeResult::added:
       break;
   }
-  return storeKeySpec(run, start, end);
+  return storeKeySpec(keys, start, end);
 }
 
-ColumnEntry& findOrAddColumn(RunContext& run, std::uint16_t column) {
-  const auto entries = columnEntries(run);
+ColumnEntry& findOrAddColumn(KeyColumns& keys, std::uint16_t column) {
+  const auto entries = columnEntries(keys);
   const auto found = std::ranges::find(entries, column, &ColumnEntry::column);
   if (found != entries.end()) return *found;
-  ColumnEntry& added = run.columnTable[run.columnEntryCount++];
+  ColumnEntry& added = keys.table[keys.entryCount++];
   added = {};
   added.column = column;
   return added;
 }
 
-KeyRangeResult addKeyRange(RunContext& run, std::uint32_t first, std::uint32_t last) {
+KeyRangeResult addKeyRange(KeyColumns& keys, std::uint32_t first, std::uint32_t last) {
   const bool upwards = first <= last;
   for (std::uint32_t column = first;; upwards ? ++column : --column) {
-    ColumnEntry& entry = findOrAddColumn(run, static_cast<std::uint16_t>(column - 1));
+    ColumnEntry& entry = findOrAddColumn(keys, static_cast<std::uint16_t>(column - 1));
     if ((entry.flags & column_flag::key) != 0) return KeyRangeResult::overlap;
-    if (run.columnEntryCount > maxColumnEntries) return KeyRangeResult::tableFull;
-    entry.keyPosition = static_cast<std::uint16_t>(run.keyLength++);
+    if (keys.entryCount > maxColumnEntries) return KeyRangeResult::tableFull;
+    entry.keyPosition = static_cast<std::uint16_t>(keys.keyLength++);
     entry.flags |= column_flag::key;
-    if (run.upperCaseKeys) entry.flags |= column_flag::upperCase;
+    if (keys.upperCase) entry.flags |= column_flag::upperCase;
     if (column == last) return KeyRangeResult::added;
   }
 }
 
-void closeColumnTable(RunContext& run) {
-  run.columnTable[run.columnEntryCount].keyPosition = ColumnEntry::endOfTable;
-  std::ranges::sort(columnEntries(run), {}, &ColumnEntry::column);
+void closeColumnTable(KeyColumns& keys) {
+  keys.table[keys.entryCount].keyPosition = ColumnEntry::endOfTable;
+  std::ranges::sort(columnEntries(keys), {}, &ColumnEntry::column);
 }
 
-void displayColumnTable(RunContext& run) {
-  PutMessage(run, "  Col   Pos Char  Other\n");
-  for (const ColumnEntry& entry : columnEntries(run)) {
+void displayColumnTable(Messages& messages, const KeyColumns& keys) {
+  putMessage(messages, "  Col   Pos Char  Other\n");
+  for (const ColumnEntry& entry : std::span(keys.table.data(), keys.entryCount)) {
     const bool isKey = (entry.flags & column_flag::key) != 0;
-    putFormatted(run, "%5d %5d", entry.column + 1, isKey ? entry.keyPosition + 1 : 0);
+    putFormatted(messages, "%5d %5d", entry.column + 1, isKey ? entry.keyPosition + 1 : 0);
     if (entry.matchChar != 0) {
-      putFormatted(run, "  '%c'", entry.matchChar);
+      putFormatted(messages, "  '%c'", entry.matchChar);
     } else {
-      PutMessage(run, "     ");
+      putMessage(messages, "     ");
     }
     for (const FlagText& row : flagTexts) {
-      if ((entry.flags & row.flag) != 0) PutMessage(run, row.text);
+      if ((entry.flags & row.flag) != 0) putMessage(messages, row.text);
     }
-    PutMessage(run, "\n");
+    putMessage(messages, "\n");
   }
 }
 

@@ -15,119 +15,115 @@ namespace tarnvale {
 
 namespace {
 
-constexpr std::int32_t beyondAnyRecord = 1000000;
-
 char fold(char c) { return static_cast<char>(c | 0x20); }
 
-StatusCode takeNoDuplicates(RunContext& run, OptionText& text) {
-  run.noDuplicates = true;
-  run.errorFileWanted = true;
+StatusCode takeNoDuplicates(Settings& settings, OptionText& text) {
+  settings.noDuplicates = true;
+  settings.errorFileWanted = true;
   if (text.peek() == '0') {
     text.take();
-    run.ignoreDuplicatesForNodup = true;
+    settings.ignoreDuplicates = true;
   } else if (text.peek() == '$') {
     text.take();
-    run.ignoreDuplicatesForNodup = true;
-    run.quietDuplicates = true;
-    run.errorFileWanted = false;
+    settings.ignoreDuplicates = true;
+    settings.quietDuplicates = true;
+    settings.errorFileWanted = false;
   }
   return status::success;
 }
 
-StatusCode takeFillPercent(RunContext& run, OptionText& text) {
+StatusCode takeFillPercent(Settings& settings, OptionText& text) {
   if (!isDigit(text.peek()) || !isDigit(text.peek(1))) return status::invalidFillPercent;
   const int tens = text.take() - '0';
-  run.maxFillPercent = static_cast<std::uint32_t>(tens * 10 + (text.take() - '0'));
+  settings.maxFillPercent = static_cast<std::uint32_t>(tens * 10 + (text.take() - '0'));
   return status::success;
 }
 
-StatusCode takeOsType(RunContext& run, OptionText& text) {
+StatusCode takeOsType(Settings& settings, OptionText& text) {
   constexpr std::uint8_t type1 = 8;
   constexpr std::uint8_t type2 = 16;
-  run.osType = type2;
+  settings.osType = type2;
   if (text.peek() != '=') return status::success;
   text.take();
   const char value = text.take();
   if (value != '1' && value != '2') return status::invalidOsType;
-  run.osType = value == '1' ? type1 : type2;
+  settings.osType = value == '1' ? type1 : type2;
   return status::success;
 }
 
-StatusCode takeCompact(RunContext& run, OptionText& text) {
-  run.compactOptions |= compact_option::compaction;
-  run.compactLocking = true;
+StatusCode takeCompact(Settings& settings, OptionText& text) {
+  settings.compact = true;
+  settings.compactLocking = true;
   if (text.peek() != '=') return status::success;
   text.take();
   const char value = text.take();
   if (value != '0' && value != '1') return status::invalidCompactOption;
-  run.compactLocking = value == '0';
-  if (value == '0') run.compactOptions |= compact_option::keepStoredCommand;
+  settings.compactLocking = value == '0';
+  if (value == '0') settings.keepStoredCommand = true;
   return status::success;
 }
 
-StatusCode takeVariableLength(RunContext& run, OptionText& /*text*/) {
-  run.variableLengthAllowed = true;
-  run.writeAllAtEnd = true;
-  run.recordNumberAddressing = false;
+StatusCode takeVariableLength(Settings& settings, OptionText& /*text*/) {
+  settings.variableLength = true;
+  settings.writeAllAtEnd = true;
+  settings.recordNumberAddressing = false;
   return status::success;
 }
 
-StatusCode takeSpaceCompression(RunContext& run, OptionText& text) {
-  run.spaceCompressionAllowed = true;
-  return takeVariableLength(run, text);
+StatusCode takeSpaceCompression(Settings& settings, OptionText& text) {
+  settings.spaceCompression = true;
+  return takeVariableLength(settings, text);
 }
 
 // The value behind f or g; whether a record can be that long is seen when the data file is open. The character that
 // ends the digits is taken as a separator.
-StatusCode takeBinaryLength(RunContext& run, OptionText& text) {
-  if (text.peek() != '=') return run.recordLengthSpec == 0 ? status::recordLengthRequired : status::success;
+StatusCode takeBinaryLength(Settings& settings, OptionText& text) {
+  if (text.peek() != '=') return settings.recordLength == 0 ? status::recordLengthRequired : status::success;
   text.take();
-  std::int32_t length = 0;
-  while (isDigit(text.peek())) length = std::min(length * 10 + (text.take() - '0'), beyondAnyRecord);
+  const std::uint32_t length = text.takeNumber(beyondAnyRecord - 1);
   text.take();
-  if (run.recordLengthSpec != 0 && run.recordLengthSpec != length) return status::conflictingRecordLengths;
-  run.recordLengthSpec = length;
+  if (settings.recordLength != 0 && settings.recordLength != length) return status::conflictingRecordLengths;
+  settings.recordLength = length;
   return status::success;
 }
 
-StatusCode takeBinary(RunContext& run, OptionText& text) {
-  run.binaryRecords = true;
-  run.eorLength = 0;
-  return takeBinaryLength(run, text);
+StatusCode takeBinary(Settings& settings, OptionText& text) {
+  settings.binaryRecords = true;
+  settings.markless = true;
+  return takeBinaryLength(settings, text);
 }
 
-StatusCode takeBinaryWithEor(RunContext& run, OptionText& text) {
-  run.binaryRecords = true;
-  run.binaryWithEor = true;
-  return takeBinaryLength(run, text);
+StatusCode takeBinaryWithEor(Settings& settings, OptionText& text) {
+  settings.binaryRecords = true;
+  settings.binaryWithEor = true;
+  return takeBinaryLength(settings, text);
 }
 
-StatusCode takePrimary(RunContext& run, OptionText& text) {
-  if (parsePrimaryOption(run, text)) return status::success;
-  return run.primaryOptionCount >= maxPrimaryOptions ? status::tooManyPrimaryOptions : status::invalidPrimaryOption;
+StatusCode takePrimary(Settings& settings, OptionText& text) {
+  if (parsePrimaryOption(settings.keys, settings.selection, text)) return status::success;
+  return settings.selection.optionCount >= maxPrimaryOptions ? status::tooManyPrimaryOptions : status::invalidPrimaryOption;
 }
 
-StatusCode takeUpperCase(RunContext& run, OptionText& /*text*/) {
-  if (run.columnEntryCount != 0) return status::upperCaseTooLate;
-  run.upperCaseKeys = true;
+StatusCode takeUpperCase(Settings& settings, OptionText& /*text*/) {
+  if (settings.keys.entryCount != 0) return status::upperCaseTooLate;
+  settings.keys.upperCase = true;
   return status::success;
 }
 
-StatusCode takeUsage(RunContext& /*run*/, OptionText& /*text*/) { return status::usageRequested; }
+StatusCode takeUsage(Settings& /*settings*/, OptionText& /*text*/) { return status::usageRequested; }
 
 template <auto field, bool value>
-StatusCode setFlag(RunContext& run, OptionText& /*text*/) {
-  run.*field = value;
+StatusCode setFlag(Settings& settings, OptionText& /*text*/) {
+  settings.*field = value;
   return status::success;
 }
 
 struct Option {
   char letter;
   bool keepsKeySpec;  // does not complete a pending key specification
-  StatusCode (*take)(RunContext&, OptionText&);
+  StatusCode (*take)(Settings&, OptionText&);
 };
 
-using Settings = CommandLineState;
 constexpr Option options[] = {
     {'?', true, takeUsage},
     {'b', false, setFlag<&Settings::tabExpansion, false>},
@@ -136,13 +132,13 @@ constexpr Option options[] = {
     {'e', false, setFlag<&Settings::errorFileWanted, true>},
     {'f', false, takeBinary},
     {'g', false, takeBinaryWithEor},
-    {'i', true, setFlag<&Settings::displayInfoRequested, true>},
+    {'i', true, setFlag<&Settings::display, true>},
     {'m', false, takeFillPercent},
     {'n', false, takeNoDuplicates},
     {'o', false, takeOsType},
     {'p', false, takePrimary},
     {'q', false, setFlag<&Settings::quitIfNoData, true>},
-    {'r', true, setFlag<&Settings::reindexRequested, true>},
+    {'r', true, setFlag<&Settings::reindex, true>},
     {'s', false, takeSpaceCompression},
     {'u', false, takeUpperCase},
     {'v', false, takeVariableLength},
@@ -175,50 +171,54 @@ struct SectionState {
 };
 
 // A character that no option takes: ignored for a display or reindex, an end behind a blank, else an error.
-Step takeStray(const RunContext& run, SectionState& section) {
-  if (run.displayInfoRequested || run.reindexRequested) return Step::next;
+Step takeStray(const Settings& settings, SectionState& section) {
+  if (settings.display || settings.reindex) return Step::next;
   if (section.text.text[section.text.position - 2] == ' ') return Step::sectionEnds;
   return section.check(status::invalidKeySyntax);
 }
 
-Step takeKeyCharacter(const RunContext& run, SectionState& section, char c) {
-  if (c != '-') return section.check(addKeyDigit(run, section.pending, static_cast<std::uint32_t>(c - '0')));
-  if (section.pending.dashSeen) return takeStray(run, section);
+StatusCode takeKeyDigit(const Settings& settings, PendingKeySpec& pending, char c) {
+  return addKeyDigit(pending, static_cast<std::uint32_t>(c - '0'), maxRecordSize - settings.assumedMarkLength());
+}
+
+Step takeKeyCharacter(const Settings& settings, SectionState& section, char c) {
+  if (c != '-') return section.check(takeKeyDigit(settings, section.pending, c));
+  if (section.pending.dashSeen) return takeStray(settings, section);
   section.pending.dashSeen = true;
   return Step::next;
 }
 
-Step takeOption(RunContext& run, SectionState& section, char c) {
+Step takeOption(Settings& settings, SectionState& section, char c) {
   if (section.compactSeen || (c == 'c' && section.optionSeen)) return section.check(status::conflictingKeyOptions);
   (c == 'c' ? section.compactSeen : section.optionSeen) = true;
-  if (isDigit(c) || c == '-') return takeKeyCharacter(run, section, c);
+  if (isDigit(c) || c == '-') return takeKeyCharacter(settings, section, c);
 
   const Option* const option = findOption(c);
   if (option == nullptr || !option->keepsKeySpec) {
-    const Step step = section.check(completeKeySpec(run, section.pending));
+    const Step step = section.check(completeKeySpec(settings.keys, section.pending));
     if (step != Step::next) return step;
   }
   if (c == '>') return Step::sectionEnds;
-  return option != nullptr ? section.check(option->take(run, section.text)) : takeStray(run, section);
+  return option != nullptr ? section.check(option->take(settings, section.text)) : takeStray(settings, section);
 }
 
-Step takeCharacter(RunContext& run, SectionState& section) {
+Step takeCharacter(Settings& settings, SectionState& section) {
   if (section.text.atEnd()) {
-    const Step last = section.check(completeKeySpec(run, section.pending));
+    const Step last = section.check(completeKeySpec(settings.keys, section.pending));
     return last == Step::next ? Step::sectionEnds : last;
   }
   const char c = fold(section.text.take());
-  if (c == ' ' || c == ',') return section.check(completeKeySpec(run, section.pending));
-  return takeOption(run, section, c);
+  if (c == ' ' || c == ',') return section.check(completeKeySpec(settings.keys, section.pending));
+  return takeOption(settings, section, c);
 }
 
 }  // namespace
 
-StatusCode parseOptionSection(RunContext& run, std::string_view section) {
+StatusCode parseOptionSection(Settings& settings, std::string_view section) {
   SectionState state;
   state.text.text = section;
   Step step = Step::next;
-  while (step == Step::next) step = takeCharacter(run, state);
+  while (step == Step::next) step = takeCharacter(settings, state);
   return step == Step::fails ? state.failure : status::success;
 }
 

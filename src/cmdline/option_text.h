@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
+
+#include "common/numbers.h"
 
 namespace tarnvale {
 
@@ -22,11 +25,16 @@ struct OptionText {
   }
   /// The character that was taken last.
   [[nodiscard]] char last() const { return text[position - 1]; }
+  /// The decimal number that stands here, 0 when no digit does, `limit` + 1 when it is larger than `limit`.
+  std::uint32_t takeNumber(std::uint32_t limit) {
+    std::string_view rest = text.substr(position);
+    const std::uint32_t value = tarnvale::takeNumber(rest, limit);
+    position = text.size() - rest.size();
+    return value;
+  }
   void skipBlanks() {
     while (peek() == ' ') ++position;
   }
 };
-
-[[nodiscard]] constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace tarnvale

@@ -1,9 +1,10 @@
 #include "cmdline/primary_option.h"
 
 #include <algorithm>
-#include <optional>
+#include <span>
 
 #include "cmdline/key_specification.h"
+#include "common/character_case.h"
 
 namespace tarnvale {
 
@@ -37,36 +38,26 @@ constexpr OperatorSpelling operatorSpellings[] = {
     {"N", Operator::notEqual},
 };
 
-// The decimal number that follows, 0 when no digit does; nothing when it is larger than `limit`.
-std::optional<std::uint32_t> takeNumber(OptionText& text, std::uint32_t limit) {
-  std::uint32_t value = 0;
-  while (isDigit(text.peek())) {
-    value = value * 10 + static_cast<std::uint32_t>(text.take() - '0');
-    if (value > limit) return std::nullopt;
-  }
-  return value;
-}
-
 // The column's entry, with room for the entries of other columns left. Null when the table is full.
-ColumnEntry* conditionColumn(RunContext& run, std::uint32_t column) {
-  const std::uint32_t before = run.columnEntryCount;
-  ColumnEntry& entry = findOrAddColumn(run, static_cast<std::uint16_t>(column));
-  const bool full = run.columnEntryCount > before && run.columnEntryCount >= maxColumnEntries;
+ColumnEntry* conditionColumn(KeyColumns& keys, std::uint32_t column) {
+  const std::uint32_t before = keys.entryCount;
+  ColumnEntry& entry = findOrAddColumn(keys, static_cast<std::uint16_t>(column));
+  const bool full = keys.entryCount > before && keys.entryCount >= maxColumnEntries;
   return full ? nullptr : &entry;
 }
 
 // Enters a condition behind those of the same or a lower position.
-void insertCondition(RunContext& run, std::uint32_t position, const ColumnEntry& entry) {
+void insertCondition(Selection& selection, std::uint32_t position, const ColumnEntry& entry) {
   PrimaryCondition condition{};
   condition.position = static_cast<std::uint16_t>(position);
   condition.operatorBits = static_cast<std::uint8_t>(entry.flags & column_flag::condition);
   condition.character = entry.matchChar;
-  auto* const end = run.primaryConditions.begin() + run.primaryConditionCount;
-  auto* const place = std::find_if(run.primaryConditions.begin(), end,
+  auto* const end = selection.conditions.begin() + selection.conditionCount;
+  auto* const place = std::find_if(selection.conditions.begin(), end,
                                    [&](const PrimaryCondition& other) { return other.position > condition.position; });
   std::copy_backward(place, end, end + 1);
   *place = condition;
-  ++run.primaryConditionCount;
+  ++selection.conditionCount;
 }
 
 bool setOperatorFlag(ColumnEntry& entry, char operatorChar) {
@@ -75,26 +66,27 @@ bool setOperatorFlag(ColumnEntry& entry, char operatorChar) {
   return true;
 }
 
-bool parseSimpleForm(RunContext& run, OptionText& text) {
-  run.primaryMode = 'p';
-  if (run.primaryOptionCount >= maxPrimaryOptions) return false;
-  const auto position = takeNumber(text, maxConditionColumn);
-  if (!position) return false;
-  ColumnEntry* const entry = conditionColumn(run, *position - 1);
+bool parseSimpleForm(KeyColumns& keys, Selection& selection, OptionText& text) {
+  selection.mode = 'p';
+  if (selection.optionCount >= maxPrimaryOptions) return false;
+  const std::uint32_t position = text.takeNumber(maxConditionColumn);
+  if (position > maxConditionColumn) return false;
+  ColumnEntry* const entry = conditionColumn(keys, position - 1);
   if (entry == nullptr || !setOperatorFlag(*entry, text.take())) return false;
   const bool quoted = text.peek() == '"' && text.peek(1) != '\0' && text.peek(2) == '"';
   if (quoted) text.take();
   entry->matchChar = static_cast<std::uint8_t>(text.take());
   if (quoted) text.take();
-  insertCondition(run, *position, *entry);
+  insertCondition(selection, position, *entry);
   return true;
 }
 
 Operator takeOperator(OptionText& text) {
-  const auto upper = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 0x20) : c; };
   for (const OperatorSpelling& spelling : operatorSpellings) {
     bool matches = true;
-    for (std::size_t i = 0; i < spelling.text.size(); ++i) matches = matches && upper(text.peek(i)) == spelling.text[i];
+    for (std::size_t i = 0; i < spelling.text.size(); ++i) {
+      matches = matches && upperCaseChar(text.peek(i)) == spelling.text[i];
+    }
     if (!matches) continue;
     text.position += spelling.text.size();
     return spelling.comparison;
@@ -102,82 +94,81 @@ Operator takeOperator(OptionText& text) {
   return Operator::none;
 }
 
-// A string in single quotes, in which two stand for one, into the run's store of strings.
-std::optional<std::string_view> takeString(RunContext& run, OptionText& text) {
-  if (text.take() != '\'') return std::nullopt;
-  const std::size_t start = run.selectionText.size();
+// A string in single quotes, in which two stand for one, into the store of strings. False for one that is not closed,
+// empty or too long.
+bool takeString(Selection& selection, OptionText& text, SelectionTerm& term) {
+  if (text.take() != '\'') return false;
+  const std::size_t start = selection.text.size();
   for (;;) {
-    if (text.atEnd()) return std::nullopt;
+    if (text.atEnd()) return false;
     const char c = text.take();
     if (c == '\'') {
       if (text.peek() != '\'') break;
       text.take();
     }
-    if (!run.selectionText.append({&c, 1})) return std::nullopt;
+    if (!selection.text.append({&c, 1})) return false;
   }
-  const std::string_view string = run.selectionText.view().substr(start);
-  if (string.empty() || string.size() > maxTermLength) return std::nullopt;
-  return string;
+  term.textStart = static_cast<std::uint16_t>(start);
+  term.textLength = static_cast<std::uint16_t>(selection.text.size() - start);
+  return term.textLength > 0 && term.textLength <= maxTermLength;
 }
 
-bool takeTerm(RunContext& run, OptionText& text, Kind kind) {
-  if (run.selectionTermCount == maxSelectionTerms) return false;
+bool takeTerm(KeyColumns& keys, Selection& selection, OptionText& text, Kind kind) {
+  if (selection.termCount == maxSelectionTerms) return false;
+  SelectionTerm term{};
+  term.kind = kind;
   text.skipBlanks();
-  const auto column = takeNumber(text, maxTermColumn);
-  if (!column || *column == 0) return false;
+  const std::uint32_t column = text.takeNumber(maxTermColumn);
+  if (column == 0 || column > maxTermColumn) return false;
+  term.column = static_cast<std::uint16_t>(column - 1);
   text.skipBlanks();
-  const Operator comparison = takeOperator(text);
-  if (comparison == Operator::none) return false;
+  term.comparison = takeOperator(text);
+  if (term.comparison == Operator::none) return false;
   text.skipBlanks();
-  const auto string = takeString(run, text);
-  if (!string) return false;
-  ColumnEntry* const entry = conditionColumn(run, *column - 1);
+  if (!takeString(selection, text, term)) return false;
+  ColumnEntry* const entry = conditionColumn(keys, term.column);
   if (entry == nullptr) return false;
   entry->flags |= column_flag::term;
-  run.selectionTable[run.selectionTermCount++] = {kind, comparison, SelectionTerm::Result::unknown,
-                                                  static_cast<std::uint16_t>(*column - 1), *string};
+  selection.terms[selection.termCount++] = term;
   return true;
 }
 
-bool takeTerms(RunContext& run, OptionText& text) {
+bool takeTerms(KeyColumns& keys, Selection& selection, OptionText& text) {
   Kind kind = Kind::first;
   for (;;) {
-    if (!takeTerm(run, text, kind)) return false;
+    if (!takeTerm(keys, selection, text, kind)) return false;
     text.skipBlanks();
-    if (text.peek() != '&' && text.peek() != '|') break;
+    if (text.peek() != '&' && text.peek() != '|') return true;
     kind = text.take() == '&' ? Kind::andTerm : Kind::orTerm;
   }
-  run.selectionTable[run.selectionTermCount].kind = Kind::end;
-  return true;
 }
 
-bool parseExpressionForm(RunContext& run, OptionText& text) {
-  if (run.primaryMode != 0) return false;
-  run.primaryMode = 'P';
+bool parseExpressionForm(KeyColumns& keys, Selection& selection, OptionText& text) {
+  if (selection.mode != 0) return false;
+  selection.mode = 'P';
   const char operatorChar = text.take();
   const bool quoted = text.peek() == '"';
   if (quoted) text.take();
-  if (!takeTerms(run, text)) return false;
+  if (!takeTerms(keys, selection, text)) return false;
   if ((text.peek() == '"') != quoted) return false;
   if (quoted) text.take();
 
-  const auto* const end = run.selectionTable.begin() + run.selectionTermCount;
-  const auto* const highest =
-      std::max_element(static_cast<const SelectionTerm*>(run.selectionTable.begin()), end,
-                       [](const SelectionTerm& a, const SelectionTerm& b) { return a.column < b.column; });
-  ColumnEntry& entry = findOrAddColumn(run, highest->column);
+  const auto terms = std::span(selection.terms).first(selection.termCount);
+  const auto highest = std::ranges::max_element(terms, {}, &SelectionTerm::column);
+  ColumnEntry& entry = findOrAddColumn(keys, highest->column);
   static_cast<void>(setOperatorFlag(entry, operatorChar));
   entry.matchChar = static_cast<std::uint8_t>(text.last());
-  insertCondition(run, highest->column + 1U, entry);
+  insertCondition(selection, highest->column + 1U, entry);
   return true;
 }
 
 }  // namespace
 
-bool parsePrimaryOption(RunContext& run, OptionText& text) {
+bool parsePrimaryOption(KeyColumns& keys, Selection& selection, OptionText& text) {
   const bool expression = text.peek() == '=' || text.peek() == '#';
-  if (!(expression ? parseExpressionForm(run, text) : parseSimpleForm(run, text))) return false;
-  ++run.primaryOptionCount;
+  const auto parse = expression ? parseExpressionForm : parseSimpleForm;
+  if (!parse(keys, selection, text)) return false;
+  ++selection.optionCount;
   return true;
 }
 

@@ -1,29 +1,53 @@
-// Settings of the environment the utility runs in: the `.ini` file and the process environment behind one lookup.
+// What the user asked for. The parser fills it; from then on it is const.
 #pragma once
 
-#include <cstddef>
-#include <optional>
-#include <string_view>
+#include <cstdint>
 
-#include "common/run_context.h"
+#include "cmdline/columns.h"
+#include "common/file_name.h"
 
 namespace tarnvale {
 
-inline constexpr std::size_t maxSettingLength = 4096;  // characters of a value in the `.ini` file
-using SettingText = FixedText<maxSettingLength + 1>;
+struct Settings {
+  FileName dataName;   // as written; for c, i and r the index
+  FileName indexName;  // as written
+  FixedText<maxCommandLine + 32> storedCommandLine;  // data,index,rest of the command line
+  FixedText<256> tempPath;                           // directory of the work files, empty: TMPDIR or /tmp
+  std::uint32_t recordLength = 0;                    // bytes without the end-of-record mark; 0: not given
 
-/// The value of a setting: from the "environment" section of the `.ini` file when one is named and has a non-empty
-/// value there, else from the process environment; nothing when it is set nowhere. The text holds until the next
-/// lookup.
-[[nodiscard]] std::optional<std::string_view> lookupSetting(const RunContext& run, std::string_view name);
+  bool compact = false;
+  bool keepStoredCommand = false;  // c=0: a compacted index keeps its command line as it is
+  bool compactLocking = false;     // share the data file with running applications
+  bool display = false;
+  bool reindex = false;
 
-/// The first of the settings that is set.
-[[nodiscard]] std::optional<std::string_view> lookupFirstSetting(const RunContext& run,
-                                                                 std::initializer_list<std::string_view> names);
+  bool variableLength = false;
+  bool spaceCompression = false;        // records may hold TABs that stand for blanks
+  bool tabExpansion = true;             // a TAB stands for blanks up to the next multiple of 8
+  bool binaryRecords = false;           // of one length, all bytes are data
+  bool binaryWithEor = false;           // they end with a mark that is checked
+  bool markless = false;                // option f: no mark is counted with a length
+  bool recordNumberAddressing = true;   // the index addresses records by number instead of by byte offset
+  bool quitIfNoData = false;            // a missing data file is a failure instead of being created
+  bool recordCountEnabled = true;       // progress lines count records
 
-/// Looks up `key` in `section` of a profile file; names are compared without regard to case. Leaves the value, or else
-/// `defaultText`, cut to the buffer, in `value` and returns its length. A missing file yields the default.
-std::size_t readProfileString(std::string_view section, std::string_view key, std::string_view defaultText,
-                              SettingText& value, const char* fileName);
+  bool noDuplicates = false;
+  bool ignoreDuplicates = false;  // duplicate keys are dropped instead of failing
+  bool quietDuplicates = false;   // and not reported
+  bool errorFileWanted = false;   // duplicate keys are listed
+
+  std::uint32_t maxFillPercent = 100;
+  std::uint8_t osType = 0;           // indexFlags bits: 0, 8 or 16
+  bool writeAllAtEnd = false;        // deleted records are not kept for reuse
+  bool discardPathInHeader = false;  // the header keeps the bare data file name
+  bool noDriveInHeader = false;
+
+  KeyColumns keys;
+  Selection selection;
+
+  [[nodiscard]] bool isBuild() const { return !compact && !display && !reindex; }
+  /// Bytes that a mark takes of the longest record, as far as the command line tells.
+  [[nodiscard]] std::uint32_t assumedMarkLength() const { return markless ? 0 : 1; }
+};
 
 }  // namespace tarnvale

@@ -1,12 +1,15 @@
 #include "common/posix_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
-#include "common/run_context.h"
+#include "common/file_name.h"
+#include "common/limits.h"
 
 namespace tarnvale {
 
@@ -74,11 +77,31 @@ bool isSameFile(int fd1, int fd2) {
          first.st_ino == second.st_ino;
 }
 
+int createFile(const char* name, std::initializer_list<int> keep) {
+  const int created = ::open(name, O_RDWR | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC, everyoneReadsAndWrites);
+  if (created >= 0) return created;
+  int existing = ::open(name, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (existing < 0) return -1;
+  const bool kept = !isRegularFile(existing) ||
+                    std::ranges::any_of(keep, [existing](int fd) { return isSameFile(existing, fd); });
+  if (!kept && ::ftruncate(existing, 0) == 0) return existing;
+  closeFile(existing);
+  errno = EEXIST;
+  return -1;
+}
+
 bool closeFile(int& fd) {
   if (fd < 0) return true;
   const int closing = fd;
   fd = -1;
   return ::close(closing) == 0 || errno == EINTR;  // the descriptor is gone after EINTR too
+}
+
+bool acceptsOutput(int fd, int patienceMilliseconds) {
+  struct pollfd stream {};
+  stream.fd = fd;
+  stream.events = POLLOUT;
+  return fd >= 0 && ::poll(&stream, 1, patienceMilliseconds) == 1;
 }
 
 bool syncDirectoryOf(std::string_view name) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 
@@ -33,8 +34,16 @@ namespace tarnvale {
 /// True when both descriptors are open on one and the same file, whatever names it was opened by.
 [[nodiscard]] bool isSameFile(int fd1, int fd2);
 
+/// Creates the file, or opens and empties an existing one; reading and writing. A descriptor that the caller owns, or
+/// -1. An existing file that is no regular file, or that is open under one of the descriptors `keep`, is left alone: -1,
+/// errno EEXIST.
+[[nodiscard]] int createFile(const char* name, std::initializer_list<int> keep);
+
 /// Closes the handle when it is open and marks it closed. False when the system reports a failure. Async-signal-safe.
 bool closeFile(int& fd);
+
+/// True when the descriptor takes a short message now, or within the patience. Async-signal-safe.
+[[nodiscard]] bool acceptsOutput(int fd, int patienceMilliseconds);
 
 /// Syncs the directory that holds `name`, so that a file created or removed there is so after a power cut too.
 [[nodiscard]] bool syncDirectoryOf(std::string_view name);

@@ -1,5 +1,5 @@
-// Status codes: what a routine returns. 0 is success, a negative number names the failure; the driver turns the code
-// of a failed run into its message, one table per phase of the run.
+// Status codes: the published numbers of failures. 0 is success. Each is unique within a phase of a run (command line,
+// build, compaction); the driver turns it into the message of that phase. Below a phase rooms have results of their own.
 #pragma once
 
 #include <cstdint>
@@ -15,15 +15,15 @@ inline constexpr StatusCode usageShown = 1;  // result of a run, never of a rout
 inline constexpr StatusCode closeFailed = 1;
 
 // Index, sort and scan.
-inline constexpr StatusCode writeFailed = -1;            // a buffered write; its caller chooses the final code
-inline constexpr StatusCode trainFull = 0;               // a sort train is full, more input follows
-inline constexpr StatusCode inputExhausted = -1;         // the scan has met the end of its input
-inline constexpr StatusCode workFileReadFailed = -3;     // or a node of the index being compacted
-inline constexpr StatusCode inputReadFailed = -4;        // data file; in a compaction: the tree is too deep
+inline constexpr StatusCode nodeNotWritten = -1;         // of a tree that is compacted into a new file
+inline constexpr StatusCode workFileReadFailed = -3;     // a block of a temporary work file
+inline constexpr StatusCode nodeNotRead = -3;            // of the index being compacted: its damage was reported
+inline constexpr StatusCode inputReadFailed = -4;        // the data file
+inline constexpr StatusCode pathTooDeep = -4;            // of the index being compacted
 inline constexpr StatusCode invalidEndOfRecord = -5;     // a binary record without its end-of-record mark
-inline constexpr StatusCode outOfMemory = -9;            // also: sort memory too small for the key
-inline constexpr StatusCode handleNotAllocated = -7;     // index handle or lock record of a compaction
+inline constexpr StatusCode treeInconsistent = -5;       // of the index being compacted
 inline constexpr StatusCode deletedNodeNotWritten = -8;  // a full node of the deleted-record list
+inline constexpr StatusCode outOfMemory = -9;            // also: sort memory too small for the key
 inline constexpr StatusCode wrongDataFormat = -10;       // the data file is not what the options declare
 inline constexpr StatusCode iniNameMissing = -11;        // leading option -i: no name, or one that is too long
 inline constexpr StatusCode usageRequested = -12;        // the usage text answers the command line
@@ -34,15 +34,6 @@ inline constexpr StatusCode tooManyTrains = -156;        // or too many records
 inline constexpr StatusCode indexNotWritten = -157;      // a write or positioning of the index file
 inline constexpr StatusCode workFileNotWritten = -158;   // a write of a temporary work file
 inline constexpr StatusCode recordTooLong = -161;        // longer than 65535 bytes less the end-of-record mark
-
-// Tree cursor (a compaction passes them on).
-inline constexpr StatusCode nodeMisplaced = -1;          // offset not a multiple of 512; or a short write
-inline constexpr StatusCode nodeReadShort = -3;          // fewer bytes than a node
-inline constexpr StatusCode pathTooDeep = -4;            // more than 19 nodes above the current one
-inline constexpr StatusCode treeInconsistent = -5;       // a node that its parent does not know, bad counts, cycles
-inline constexpr StatusCode endOfIndex = -6;             // not a failure
-inline constexpr StatusCode deletedNodeUnsigned = -8;    // deleted-record node without its signature
-inline constexpr StatusCode deletedNodeCountWrong = -9;  // deleted-record node with a count of 0 or above 126
 
 // Command line, names and the opening of files.
 inline constexpr StatusCode outputNameUnresolved = -100;

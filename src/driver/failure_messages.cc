@@ -4,7 +4,7 @@
 #include <cinttypes>
 #include <span>
 
-#include "common/output.h"
+#include "driver/message_stream.h"
 
 namespace tarnvale {
 
@@ -40,41 +40,47 @@ constexpr ParseText parseTexts[] = {
     {status::invalidCompactOption, "Invalid compact option!"},
 };
 
-// The file whose write failed: a work file, or else the index.
-std::string_view writeName(const RunContext& run) {
-  if (run.mergeOutputFd == run.tempFd1) return run.tempName1;
-  if (run.mergeOutputFd == run.tempFd2) return run.tempName2;
-  return run.outputName;
+// A failure and what its text names.
+struct FailedRun {
+  const Failure& failure;
+  const TrackedFiles& files;
+  Messages& messages;
+
+  [[nodiscard]] std::string_view inputName() const { return files[FileRole::input].name; }
+};
+
+void putWorkFileReadFailure(const FailedRun& run) {
+  putComposed(run.messages, {"WARNING!  ", modeName, " failed reading temporary work file.\n"});
 }
 
-void putWorkFileReadFailure(RunContext& run) {
-  putComposed(run, {"WARNING!  ", run.modeName, " failed reading temporary work file.\n"});
+void putInputReadFailure(const FailedRun& run) {
+  putComposed(run.messages, {"WARNING!  ", modeName, " failed reading input file ", fileName(run.inputName()), ".\n"});
 }
 
-void putInputReadFailure(RunContext& run) {
-  putComposed(run, {"WARNING!  ", run.modeName, " failed reading input file ", fileName(run.inputName), ".\n"});
-}
-
-void putInvalidEndOfRecord(RunContext& run) {
+void putInvalidEndOfRecord(const FailedRun& run) {
   putInputReadFailure(run);
-  putFormatted(run, "Invalid EOR found for record starting at byte offset: %" PRIu64 ".\n", run.currentLfa);
+  putFormatted(run.messages, "Invalid EOR found for record starting at byte offset: %" PRIu64 ".\n",
+               run.failure.offset);
 }
 
-void putWriteFailure(RunContext& run) {
-  putComposed(run, {"WARNING!  ", run.modeName, " failed writing to file ", fileName(writeName(run)), ".\n"});
+void putWriteFailure(const FailedRun& run) {
+  const std::string_view name = run.files[run.failure.file].name;
+  putComposed(run.messages, {"WARNING!  ", modeName, " failed writing to file ", fileName(name), ".\n"});
 }
 
-void putOutputFailure(RunContext& run) {
-  putComposed(run, {"WARNING!  ", run.modeName, " failed writing output data!\n"});
+void putOutputFailure(const FailedRun& run) {
+  putComposed(run.messages, {"WARNING!  ", modeName, " failed writing output data!\n"});
 }
 
-void putMessageBuffer(RunContext& run) { PutMessage(run, run.messageBuffer); }
-void putRecordTooLong(RunContext& run) { PutMessage(run, "A record longer than 65533 bytes was found."); }
-void putNothing(RunContext& /*run*/) {}
+void putMessageBuffer(const FailedRun& run) { putMessage(run.messages, run.messages.buffer); }
+void putRecordTooLong(const FailedRun& run) {
+  putMessage(run.messages, "A record longer than 65533 bytes was found.");
+}
+void putNothing(const FailedRun& /*run*/) {}
 
 struct FailureRow {
   StatusCode code;
-  void (*put)(RunContext&);
+  void (*put)(const FailedRun&);
 };
 constexpr FailureRow buildRows[] = {
     {status::workFileReadFailed, putWorkFileReadFailure},
@@ -102,35 +108,38 @@ constexpr CompactText compactTexts[] = {
 };
 
 constexpr FailureRow compactRows[] = {
-    {status::workFileReadFailed, putWorkFileReadFailure},
+    {status::workFileReadFailed, putWorkFileReadFailure},  // the line of a node that cannot be read, too
     {status::pathTooDeep, putInputReadFailure},
     {status::indexNotWritten, putOutputFailure},
 };
 
 // The row of the code's message; any other code is a failed write.
-void putRow(RunContext& run, std::span<const FailureRow> rows, StatusCode status) {
-  const auto row = std::ranges::find(rows, status, &FailureRow::code);
+void putRow(const FailedRun& run, std::span<const FailureRow> rows) {
+  const auto row = std::ranges::find(rows, run.failure.code, &FailureRow::code);
   (row != rows.end() ? row->put : putWriteFailure)(run);
 }
 
 }  // namespace
 
-void putParseFailure(RunContext& run, StatusCode status) {
+void putParseFailure(StatusCode status, Messages& messages) {
   const auto* const row = std::ranges::find(parseTexts, status, &ParseText::code);
-  PutMessage(run, row != std::end(parseTexts) ? row->text : run.messageBuffer.view());
-  PutMessage(run, "\n");
+  putMessage(messages, row != std::end(parseTexts) ? row->text : messages.buffer.view());
+  putMessage(messages, "\n");
 }
 
-void putBuildFailure(RunContext& run, StatusCode status) { putRow(run, buildRows, status); }
+void putBuildFailure(const Failure& failure, const TrackedFiles& files, Messages& messages) {
+  putRow({failure, files, messages}, buildRows);
+}
 
-void putCompactFailure(RunContext& run, StatusCode status) {
-  const auto* const row = std::ranges::find(compactTexts, status, &CompactText::code);
+void putCompactFailure(const Failure& failure, const TrackedFiles& files, Messages& messages) {
+  const FailedRun run{failure, files, messages};
+  const auto* const row = std::ranges::find(compactTexts, failure.code, &CompactText::code);
   if (row == std::end(compactTexts)) {
-    putRow(run, compactRows, status);
+    putRow(run, compactRows);
   } else if (row->after == nullptr) {
-    PutMessage(run, row->before);
+    putMessage(messages, row->before);
   } else {
-    putComposed(run, {row->before, fileName(run.inputName), row->after});
+    putComposed(messages, {row->before, fileName(run.inputName()), row->after});
   }
 }
 

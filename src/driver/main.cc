@@ -1,11 +1,17 @@
 // The process entry.
 #include <cstdio>
 
-#include "driver/interrupt.h"
+#include "common/interrupt.h"
 #include "driver/run_utility.h"
+
+namespace {
+
+tarnvale::RunContext theRun;  // static: an interrupt may end the process while it is in use
+
+}  // namespace
 
 int main(int argc, char** argv) {
   tarnvale::openStandardDescriptors();
-  tarnvale::installInterruptHandler();
-  return tarnvale::RunUtility(argc, argv, stdout) == 0 ? 0 : 1;
+  tarnvale::installInterruptHandler(theRun.files);
+  return tarnvale::runUtility(theRun, argc, argv, stdout) == 0 ? 0 : 1;
 }

@@ -2,10 +2,8 @@
 
 #include <unistd.h>
 
-#include <cstring>
-
-#include "cmdline/character_case.h"
-#include "common/output.h"
+#include "common/character_case.h"
+#include "common/version.h"
 
 namespace tarnvale {
 
@@ -13,17 +11,17 @@ namespace {
 
 constexpr const char* noticeText = "Builds, shows and compacts ISAM index files.";
 
-void useLogFile(RunContext& run, const char* name, const char* mode) {
+void useLogFile(Messages& messages, const char* name, const char* mode) {
   std::FILE* const log = std::fopen(name, mode);
   if (log == nullptr) return;
-  run.outputStream = log;
-  run.outputStreamFd = ::fileno(log);
-  run.logOpened = true;
+  messages.stream = log;
+  messages.logOpened = true;
 }
 
 }  // namespace
 
-void openLog(RunContext& run, Arguments& arguments) {
+void openMessages(Messages& messages, std::FILE* output, Arguments& arguments) {
+  messages.stream = output;
   if (arguments.size() < 2 || arguments[0][0] != '-') return;
   const char letter = lowerCaseChar(arguments[0][1]);
   if (letter != 'l' && letter != 'q') return;
@@ -33,22 +31,21 @@ void openLog(RunContext& run, Arguments& arguments) {
     name = arguments[0];
     arguments = arguments.subspan(1);
   }
-  if (*name != '-') useLogFile(run, name, letter == 'l' ? "we" : "ae");
+  if (*name != '-') useLogFile(messages, name, letter == 'l' ? "we" : "ae");
 }
 
-void startMessages(RunContext& run, Arguments arguments) {
-  if (run.outputStream == nullptr) return;
-  std::setvbuf(run.outputStream, nullptr, _IONBF, 0);
-  if (::isatty(run.outputStreamFd) == 0) {
-    run.progressEnabled = false;
+void startMessages(Messages& messages, Arguments arguments) {
+  std::setvbuf(messages.stream, nullptr, _IONBF, 0);
+  if (::isatty(::fileno(messages.stream)) == 0) {
+    messages.progressEnabled = false;
     for (const char* const argument : arguments) {
-      PutMessage(run, argument);
-      PutMessage(run, " ");
+      putMessage(messages, argument);
+      putMessage(messages, " ");
     }
-    PutMessage(run, "\n");
+    putMessage(messages, "\n");
   }
-  putComposed(run, {"\nMORVANE ", run.modeName, " COMMAND   ", versionText});
-  putComposed(run, {"\n", noticeText, "\n"});
+  putComposed(messages, {"\nMORVANE ", modeName, " COMMAND   ", versionText});
+  putComposed(messages, {"\n", noticeText, "\n"});
 }
 
 }  // namespace tarnvale

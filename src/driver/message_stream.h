@@ -1,21 +1,22 @@
 // The message stream of a run: the log option, the echoed arguments and the banner.
 #pragma once
 
+#include <cstdio>
 #include <span>
 
-#include "common/run_context.h"
+#include "common/messages.h"
 
 namespace tarnvale {
 
-inline constexpr const char* versionText = "Version 1.0.0  24 Nov 2026";
+inline constexpr const char* modeName = "INDEX";
 
 using Arguments = std::span<char* const>;
 
-/// Takes the log option (-l or -q and a name) from the front of the arguments when more than it is there, and makes the
-/// log file the message stream. A log that cannot be opened changes nothing.
-void openLog(RunContext& run, Arguments& arguments);
+/// Makes `output` the message stream, or the log file that the log option at the front of the arguments names (-l or -q
+/// and a name, when more than it is there); the option is taken from them. A log that cannot be opened changes nothing.
+void openMessages(Messages& messages, std::FILE* output, Arguments& arguments);
 
 /// Echoes the argument vector where the stream is not a terminal, and writes the banner.
-void startMessages(RunContext& run, Arguments arguments);
+void startMessages(Messages& messages, Arguments arguments);
 
 }  // namespace tarnvale

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "common/output.h"
-
 namespace tarnvale {
 
 ClockText currentClock() {
@@ -15,7 +13,7 @@ ClockText currentClock() {
   return clock;
 }
 
-FixedText<9> FormatElapsed(std::time_t seconds) {
+FixedText<9> formatElapsed(std::time_t seconds) {
   constexpr std::time_t longest = 359999;
   const std::time_t shown = std::clamp<std::time_t>(seconds, 0, longest);
   FixedText<9> text;
@@ -23,10 +21,12 @@ FixedText<9> FormatElapsed(std::time_t seconds) {
   return text;
 }
 
-void putTimingLine(RunContext& run, const ClockText& start) {
+FixedText<80> timingLine(const ClockText& start) {
   const ClockText stop = currentClock();
-  putComposed(run, {"Start time = ", start.text.view(), "  Stop time = ", stop.text.view(),
-                    "  Elapsed time = ", FormatElapsed(stop.seconds - start.seconds).view(), "\n"});
+  FixedText<80> line;
+  static_cast<void>(line.join("Start time = ", start.text.view(), "  Stop time = ", stop.text.view(),
+                              "  Elapsed time = ", formatElapsed(stop.seconds - start.seconds).view(), "\n"));
+  return line;
 }
 
 }  // namespace tarnvale

@@ -3,7 +3,7 @@
 
 #include <ctime>
 
-#include "common/run_context.h"
+#include "common/fixed_text.h"
 
 namespace tarnvale {
 
@@ -16,9 +16,9 @@ struct ClockText {
 [[nodiscard]] ClockText currentClock();
 
 /// The number of seconds as hh:mm:ss, 00:00:00 to 99:59:59; what lies beyond is shown as the nearest of these.
-[[nodiscard]] FixedText<9> FormatElapsed(std::time_t seconds);
+[[nodiscard]] FixedText<9> formatElapsed(std::time_t seconds);
 
-/// Writes start time, stop time and elapsed time.
-void putTimingLine(RunContext& run, const ClockText& start);
+/// The line of start time, stop time and elapsed time, for a run that stops now.
+[[nodiscard]] FixedText<80> timingLine(const ClockText& start);
 
 }  // namespace tarnvale

@@ -3,12 +3,13 @@
 
 #include <cstdio>
 
-#include "common/run_context.h"
+#include "driver/run_context.h"
 
 namespace tarnvale {
 
-/// Runs the utility on an argument vector; messages go to `output` until a log is opened. 0 on success, 1 when the
-/// usage text answered a `?` or a file could not be closed, else a negative StatusCode.
-[[nodiscard]] StatusCode RunUtility(int argc, char* const* argv, std::FILE* output);
+/// Runs the utility on an argument vector, with the record `run`, which is reset first; messages go to `output` until a
+/// log is opened. 0 on success, 1 when the usage text answered a `?` or a file could not be closed, else a negative
+/// StatusCode.
+[[nodiscard]] StatusCode runUtility(RunContext& run, int argc, char* const* argv, std::FILE* output);
 
 }  // namespace tarnvale

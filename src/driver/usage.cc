@@ -1,7 +1,5 @@
 #include "driver/usage.h"
 
-#include "common/output.h"
-
 namespace tarnvale {
 
 namespace {
@@ -44,8 +42,8 @@ constexpr const char* usagePieces[] = {
 
 }  // namespace
 
-void ShowUsage(RunContext& run) {
-  for (const char* const piece : usagePieces) PutMessage(run, piece);
+void showUsage(Messages& messages) {
+  for (const char* const piece : usagePieces) putMessage(messages, piece);
 }
 
 }  // namespace tarnvale

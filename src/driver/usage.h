@@ -1,11 +1,11 @@
 // The usage text.
 #pragma once
 
-#include "common/run_context.h"
+#include "common/messages.h"
 
 namespace tarnvale {
 
 /// Writes the usage text to the message stream.
-void ShowUsage(RunContext& run);
+void showUsage(Messages& messages);
 
 }  // namespace tarnvale

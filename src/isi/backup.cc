@@ -3,100 +3,90 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <array>
 
-#include "cmdline/file_names.h"
 #include "common/interrupt_hold.h"
-#include "common/output.h"
 #include "common/posix_file.h"
 
 namespace tarnvale {
 
 namespace {
 
-constexpr std::size_t copyBufferSize = 65535;
+enum class CopyResult : std::uint8_t { copied, notRead, notWritten };
 
-enum class CopyResult { copied, notRead, notWritten };
-
-// Copies a whole file over another one, from offset 0 on.
-CopyResult copyFile(RunContext& run, int from, int to) {
+// Copies a whole file over another one, from offset 0 on. A read that ends before the file's length is a failed one,
+// and so is a copy that turns out shorter: a failing disk or a network file system may say so.
+CopyResult copyFile(int from, int to) {
+  std::array<std::uint8_t, 65535> buffer;
   const auto length = fileSize(from);
   if (!length) return CopyResult::notRead;
   for (std::uint64_t offset = 0; offset < *length;) {
-    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(copyBufferSize, *length - offset));
-    const ssize_t count = readAt(from, run.backupBuffer, wanted, offset);
-    if (count < 0) return CopyResult::notRead;
-    if (count == 0) break;
-    const auto bytes = static_cast<std::size_t>(count);
-    if (!writeAllAt(to, run.backupBuffer, bytes, offset)) return CopyResult::notWritten;
-    offset += bytes;
+    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), *length - offset));
+    const ssize_t count = readAt(from, buffer.data(), wanted, offset);
+    if (count != static_cast<ssize_t>(wanted)) return CopyResult::notRead;
+    if (!writeAllAt(to, buffer.data(), wanted, offset)) return CopyResult::notWritten;
+    offset += wanted;
   }
-  return ::fsync(to) == 0 ? CopyResult::copied : CopyResult::notWritten;
+  if (fileSize(from) != length) return CopyResult::notRead;
+  const bool whole = ::fsync(to) == 0 && fileSize(to).value_or(0) >= *length;
+  return whole ? CopyResult::copied : CopyResult::notWritten;
 }
 
-StatusCode failBackup(RunContext& run, std::initializer_list<MessagePiece> message) {
-  removeBackup(run);
-  putComposed(run, message);
-  return status::backupFailed;
+bool failBackup(TrackedFiles& files, Messages& messages, const char* text, std::string_view name) {
+  removeBackup(files);
+  putComposed(messages, {text, fileName(name), "\n"});
+  return false;
 }
 
 // The only whole copy of the index is the backup: it is kept, under its name.
-StatusCode failRestore(RunContext& run, const char* text, std::string_view name) {
-  putComposed(run, {text, fileName(name)});
-  putComposed(run, {"\nThe index as it was is kept in the backup file: ", fileName(run.backupName), "\n"});
-  closeFile(run.backupFd);
-  removeBackup(run);
-  return status::restoreFailed;
-}
-
-void freeCopyBuffer(RunContext& run) {
-  std::free(run.backupBuffer);
-  run.backupBuffer = nullptr;
+bool failRestore(TrackedFiles& files, Messages& messages, const char* text, std::string_view name) {
+  TrackedFile& backup = files[FileRole::backup];
+  putComposed(messages, {text, fileName(name)});
+  putComposed(messages, {"\nThe index as it was is kept in the backup file: ", fileName(backup.name), "\n"});
+  closeFile(backup.fd);
+  return false;
 }
 
 }  // namespace
 
-StatusCode makeBackup(RunContext& run) {
-  const bool named = run.backupName.join(run.inputName.view(), ".bak");
-  if (named) {
+bool makeBackup(TrackedFiles& files, int keepFd, Messages& messages) {
+  const TrackedFile& index = files[FileRole::input];
+  TrackedFile& backup = files[FileRole::backup];
+  if (backup.name.join(index.name.view(), backupSuffix)) {
     const InterruptHold hold;
-    run.backupFd = createFile(run.backupName.c_str(), run.inputFd, run.compactLockFd);
+    backup.fd = createFile(backup.name.c_str(), {index.fd, keepFd});
   }
-  if (run.backupFd < 0) return failBackup(run, {"Unable to create backup file: ", fileName(run.backupName), "\n"});
-  run.backupBuffer = static_cast<std::uint8_t*>(std::malloc(copyBufferSize));
-  if (run.backupBuffer == nullptr) {
-    return failBackup(run, {"Insufficient memory to backup ISI for in place compact option!\n"});
+  if (!backup.isOpen()) return failBackup(files, messages, "Unable to create backup file: ", backup.name);
+  const CopyResult result = copyFile(index.fd, backup.fd);
+  if (result == CopyResult::notRead) return failBackup(files, messages, "Error reading the ISI file: ", index.name);
+  if (result == CopyResult::notWritten || !syncDirectoryOf(backup.name)) {
+    return failBackup(files, messages, "Error writing the ISI backup file: ", backup.name);
   }
-  const CopyResult result = copyFile(run, run.inputFd, run.backupFd);
-  if (result == CopyResult::notRead) {
-    return failBackup(run, {"Error reading the ISI file: ", fileName(run.inputName), "\n"});
-  }
-  if (result == CopyResult::notWritten || !syncDirectoryOf(run.backupName)) {
-    return failBackup(run, {"Error writing the ISI backup file: ", fileName(run.backupName), "\n"});
-  }
-  run.compactOptions |= compact_option::backupMade;
-  return status::success;
+  return true;
 }
 
-StatusCode restoreBackup(RunContext& run) {
-  if (run.backupFd >= 0) {
-    const CopyResult result = copyFile(run, run.backupFd, run.inputFd);
-    if (result == CopyResult::notRead) return failRestore(run, "Error reading the ISI backup file: ", run.backupName);
+bool restoreBackup(TrackedFiles& files, Messages& messages) {
+  const TrackedFile& index = files[FileRole::input];
+  const TrackedFile& backup = files[FileRole::backup];
+  if (backup.isOpen()) {
+    const CopyResult result = copyFile(backup.fd, index.fd);
+    if (result == CopyResult::notRead) {
+      return failRestore(files, messages, "Error reading the ISI backup file: ", backup.name);
+    }
     if (result == CopyResult::notWritten) {
-      return failRestore(run, "Error restoring/writing the ISI file: ", run.inputName);
+      return failRestore(files, messages, "Error restoring/writing the ISI file: ", index.name);
     }
   }
-  removeBackup(run);
-  return status::success;
+  removeBackup(files);
+  return true;
 }
 
-void removeBackup(RunContext& run) {
-  if (run.backupFd >= 0) {
-    const InterruptHold hold;
-    closeFile(run.backupFd);
-    ::unlink(run.backupName.c_str());
-  }
-  freeCopyBuffer(run);
+void removeBackup(TrackedFiles& files) {
+  TrackedFile& backup = files[FileRole::backup];
+  if (!backup.isOpen()) return;
+  const InterruptHold hold;
+  closeFile(backup.fd);
+  ::unlink(backup.name.c_str());
 }
 
 }  // namespace tarnvale

@@ -1,21 +1,26 @@
 // The copy beside an index that is rewritten in place.
 //
 // It is whole and on stable storage before the first byte of the index is overwritten, and goes away only when the new
-// index is. When an index cannot be restored from it, it stays.
+// index is. When an index cannot be restored from it, it stays. It is tracked as FileRole::backup, the index as
+// FileRole::input.
 #pragma once
 
-#include "common/run_context.h"
+#include "common/messages.h"
+#include "common/tracked_files.h"
 
 namespace tarnvale {
 
-/// Copies the open index to its name with ".bak" appended, syncs the copy and its directory, and sets
-/// compact_option::backupMade. -167, and a message, when that fails; no backup is left then.
-[[nodiscard]] StatusCode makeBackup(RunContext& run);
+/// The backup of an index has the index's name with this appended.
+inline constexpr const char* backupSuffix = ".bak";
 
-/// Copies the backup over the index and removes it. -168, and a message, when that fails; the backup stays then.
-[[nodiscard]] StatusCode restoreBackup(RunContext& run);
+/// Copies the open index, and syncs the copy and its directory. `keepFd` is a further descriptor whose file must not
+/// become the copy. False, and a message, when that fails; no backup is left then.
+[[nodiscard]] bool makeBackup(TrackedFiles& files, int keepFd, Messages& messages);
 
-/// Closes and deletes the backup, if there is one, and frees the copy buffer.
-void removeBackup(RunContext& run);
+/// Copies the backup over the index and removes it. False, and a message, when that fails; the backup stays then.
+[[nodiscard]] bool restoreBackup(TrackedFiles& files, Messages& messages);
+
+/// Closes and deletes the backup, if it is open.
+void removeBackup(TrackedFiles& files);
 
 }  // namespace tarnvale

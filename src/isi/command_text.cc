@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "common/run_context.h"
+#include "common/fixed_text.h"
+#include "format/isi_format.h"
 
 namespace tarnvale {
 

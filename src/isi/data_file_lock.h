@@ -1,33 +1,46 @@
-// The record locks by which a compaction and running applications keep out of each other's way.
+// The locks that order a compaction against the applications that use its data file.
 //
-// They are POSIX record locks on agreed bytes at the very end of the 64-bit offset space of the data file, beyond any
-// data. The access byte says that the file is in use; the update bytes say that the index is being changed. Closing any
-// descriptor of a file gives up all locks of the process on it, so the data file is open only once.
+// All are POSIX record locks on two agreed places at the very end of the offset space of the data file. Closing any
+// descriptor of the data file gives up the process's locks on it, so it is opened nowhere else meanwhile.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
-#include "common/run_context.h"
+#include "common/file_name.h"
 
 namespace tarnvale {
 
+/// The data file of an index, open for its locks only.
 struct DataFileLock {
-  int fd = -1;  // of the data file; closed by the driver
+  int fd = -1;
+  FixedText<256> name;
   bool updateLockHeld = false;
-  std::uint64_t dataFileLength = 0;  // bytes, when the file was opened
 };
 
-/// Opens the data file named in `isiDataFileName` and takes the locks of the chosen form. Exclusive form: a write lock
-/// on the access byte, refused when anybody uses the file; -170. Form with locking: a read lock on the access byte,
-/// then, waiting as long as it takes, the update lock, to write when the index is compacted in place; -169. -7: no
-/// memory. `recordCount` is the index header's: an empty data file cannot have that many.
-[[nodiscard]] StatusCode lockDataFile(RunContext& run, std::uint32_t recordCount);
+enum class LockResult : std::uint8_t {
+  granted,
+  notOpened,         // the data file cannot be opened, or is no regular file
+  accessRefused,     // another process holds the access byte
+  updateRefused,     // the update bytes cannot be locked
+  dataFileTruncated  // it is empty, but the index has records
+};
 
-/// Takes the locks of a reader on the open data file `lock.fd`: at once the shared access lock, then, as soon as nobody
-/// changes the index, the update lock. Non-zero when they cannot be had: -3 when somebody uses the file alone.
-[[nodiscard]] StatusCode lockForReading(DataFileLock& lock);
+/// Opens the data file and takes its access byte for this process alone; refused at once when another process holds
+/// it. `recordCount` is what the index says.
+[[nodiscard]] LockResult lockExclusive(DataFileLock& lock, std::uint32_t recordCount);
 
-/// Gives up the update lock when it is held. 0, -1 no file, -2 refused.
-StatusCode ReleaseCompactLock(DataFileLock& lock);
+/// Opens the data file, shares the access byte and waits for the update bytes, to write them `inPlace`.
+[[nodiscard]] LockResult lockShared(DataFileLock& lock, bool inPlace);
+
+/// Shares the access byte of an open data file and waits until nobody rewrites an index of it. The lock holds until
+/// the descriptor is closed.
+[[nodiscard]] LockResult lockForReading(int fd);
+
+/// Gives up the update bytes. False when the system refuses.
+bool releaseCompactLock(DataFileLock& lock);
+
+/// Closes the data file, which gives up the access byte.
+void closeDataFileLock(DataFileLock& lock);
 
 }  // namespace tarnvale

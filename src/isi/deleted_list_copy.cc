@@ -4,61 +4,64 @@
 
 #include <unistd.h>
 
-#include "common/output.h"
 #include "common/posix_file.h"
-#include "isi/node_writer.h"
 
 namespace tarnvale {
 
 namespace {
 
-StatusCode failWrite(RunContext& run) {
-  reportIndexWriteFailure(run);
-  return status::indexNotWritten;
+ListCopyResult failWrite(Messages& messages) {
+  reportIndexWriteFailure(messages);
+  return ListCopyResult::notWritten;
 }
 
-StatusCode writeNodeAt(RunContext& run, const IsiHandle& handle, std::uint64_t offset) {
-  return writeDeletedNode(handle, run.outputFd, offset) == status::success ? status::success : failWrite(run);
+ListCopyResult writeNodeAt(const IsiHandle& handle, int fd, std::uint64_t offset, Messages& messages) {
+  const bool written = writeDeletedNode(handle, fd, offset) == IndexResult::done;
+  return written ? ListCopyResult::done : failWrite(messages);
 }
 
 // Brings the first node of the list into the header area. It stands there already, unless the head points elsewhere.
-StatusCode loadFirstNode(IsiHandle& handle) {
+bool loadFirstNode(IsiHandle& handle) {
   const std::uint32_t head = handle.area.header.deletedListHead;
   const bool inArea = offsetOfPointer(head, handle.recordNumbers) == deletedListOffset;
-  const StatusCode status = inArea ? checkDeletedNode(handle) : readDeletedNode(handle, head);
-  return status == status::success ? status : status::workFileReadFailed;
+  return (inArea ? checkDeletedNode(handle) : readDeletedNode(handle, head)) == IndexResult::done;
 }
+
+// What a copy of the list has come to.
+struct ListCopy {
+  std::uint64_t nodes = 1;
+  std::uint32_t positions = 0;
+};
 
 // Writes the nodes of the list one after the other from `offset` on, linked as they will lie from byte 1536 on.
-// `nodes` becomes their number.
-StatusCode copyList(RunContext& run, IsiHandle& handle, std::uint64_t offset, std::uint64_t& nodes) {
+ListCopyResult copyList(IsiHandle& handle, IndexOutput& output, std::uint64_t offset, ListCopy& copy,
+                        Messages& messages) {
   const std::uint64_t oldSize = fileSize(handle.fd).value_or(0);  // behind it lies what this routine writes in place
   DeletedRecordNode& node = handle.area.deletedNode;
-  StatusCode status = loadFirstNode(handle);
+  if (!loadFirstNode(handle)) return ListCopyResult::damaged;
   handle.area.header.deletedListHead = pointerToOffset(deletedListOffset, handle.recordNumbers);
-  for (nodes = 1; status == status::success; ++nodes) {
+  for (copy.nodes = 1;; ++copy.nodes) {
     const std::uint32_t oldNext = node.next;
     const bool last = oldNext == noPointer;
-    run.deletedRecordCount += node.count;
-    node.next = last ? noPointer : pointerToOffset(deletedListOffset + nodes * nodeSize, handle.recordNumbers);
-    status = writeNodeAt(run, handle, offset + (nodes - 1) * nodeSize);
-    if (last || status != status::success) return status;
+    copy.positions += node.count;
+    node.next = last ? noPointer : pointerToOffset(deletedListOffset + copy.nodes * nodeSize, handle.recordNumbers);
+    const ListCopyResult result = writeNodeAt(handle, output.fd(), offset + (copy.nodes - 1) * nodeSize, messages);
+    if (last || result != ListCopyResult::done) return result;
     const bool inOldFile = offsetOfPointer(oldNext, handle.recordNumbers) + nodeSize <= oldSize;
-    const bool inCircle = nodes > oldSize / nodeSize;
-    if (!inOldFile || inCircle || !advanceNodePointer(run)) return status::workFileReadFailed;
-    if (readDeletedNode(handle, oldNext) != status::success) return status::workFileReadFailed;
+    const bool inCircle = copy.nodes > oldSize / nodeSize;
+    if (!inOldFile || inCircle || !advanceNodePointer(output, messages)) return ListCopyResult::damaged;
+    if (readDeletedNode(handle, oldNext) != IndexResult::done) return ListCopyResult::damaged;
   }
-  return status;
 }
 
-StatusCode moveListDown(RunContext& run, std::uint64_t from, std::uint64_t nodes) {
+ListCopyResult moveListDown(int fd, std::uint64_t from, std::uint64_t nodes, Messages& messages) {
   DeletedRecordNode node;
   for (std::uint64_t i = 0; i < nodes; ++i) {
-    const ssize_t count = readAt(run.outputFd, &node, sizeof node, from + i * nodeSize);
-    if (count != static_cast<ssize_t>(sizeof node)) return status::workFileReadFailed;
-    if (!writeAllAt(run.outputFd, &node, sizeof node, deletedListOffset + i * nodeSize)) return failWrite(run);
+    const ssize_t count = readAt(fd, &node, sizeof node, from + i * nodeSize);
+    if (count != static_cast<ssize_t>(sizeof node)) return ListCopyResult::damaged;
+    if (!writeAllAt(fd, &node, sizeof node, deletedListOffset + i * nodeSize)) return failWrite(messages);
   }
-  return status::success;
+  return ListCopyResult::done;
 }
 
 // True when the positions of deleted records go on to be kept for reuse.
@@ -67,44 +70,43 @@ bool keepsList(const IsiHeader& header) {
   return (header.recordFlags & notKept) == 0 && header.deletedListHead != noPointer;
 }
 
-StatusCode writeList(RunContext& run, IsiHandle& handle, std::uint64_t& nodes) {
+ListCopyResult writeList(IsiHandle& handle, IndexOutput& output, bool inPlace, ListCopy& copy, Messages& messages) {
   IsiHeader& header = handle.area.header;
-  nodes = 1;
   if (!keepsList(header)) {
-    if (header.deletedListHead != noPointer) PutMessage(run, "Deleted Data Record sectors purged from ISI!");
+    if (header.deletedListHead != noPointer) putMessage(messages, "Deleted Data Record sectors purged from ISI!");
     header.deletedListHead = noPointer;
-    return writeNodeAt(run, handle, deletedListOffset);  // a placeholder
+    return writeNodeAt(handle, output.fd(), deletedListOffset, messages);  // a placeholder
   }
-  if (!run.inPlace) return copyList(run, handle, deletedListOffset, nodes);
-  const auto oldEnd = fileSize(run.outputFd);
-  if (!oldEnd) return status::workFileReadFailed;
-  const StatusCode status = copyList(run, handle, *oldEnd, nodes);
-  return status == status::success ? moveListDown(run, *oldEnd, nodes) : status;
+  if (!inPlace) return copyList(handle, output, deletedListOffset, copy, messages);
+  const auto oldEnd = fileSize(output.fd());
+  if (!oldEnd) return ListCopyResult::damaged;
+  const ListCopyResult result = copyList(handle, output, *oldEnd, copy, messages);
+  return result == ListCopyResult::done ? moveListDown(output.fd(), *oldEnd, copy.nodes, messages) : result;
 }
 
 }  // namespace
 
-StatusCode checkDeletedList(IsiHandle& handle) {
-  if (!keepsList(handle.area.header)) return status::success;
+ListCopyResult checkDeletedList(IsiHandle& handle) {
+  if (!keepsList(handle.area.header)) return ListCopyResult::done;
   const DeletedRecordNode first = handle.area.deletedNode;
   std::uint64_t nodesLeft = fileSize(handle.fd).value_or(0) / nodeSize;
-  StatusCode status = loadFirstNode(handle);
-  while (status == status::success && handle.area.deletedNode.next != noPointer) {
-    const bool hasNode = nodesLeft-- > 0 && readDeletedNode(handle, handle.area.deletedNode.next) == status::success;
-    if (!hasNode) status = status::workFileReadFailed;
+  bool whole = loadFirstNode(handle);
+  while (whole && handle.area.deletedNode.next != noPointer) {
+    whole = nodesLeft-- > 0 && readDeletedNode(handle, handle.area.deletedNode.next) == IndexResult::done;
   }
   handle.area.deletedNode = first;
-  return status;
+  return whole ? ListCopyResult::done : ListCopyResult::damaged;
 }
 
-StatusCode carryDeletedList(RunContext& run, IsiHandle& handle) {
-  run.deletedRecordCount = 0;
-  std::uint64_t nodes = 0;
-  const StatusCode status = writeList(run, handle, nodes);
-  if (status != status::success) return status;
-  const std::uint64_t end = deletedListOffset + nodes * nodeSize;
-  if (::ftruncate(run.outputFd, static_cast<off_t>(end)) != 0 || !seekTo(run.outputFd, end)) return failWrite(run);
-  return status::success;
+ListCopyResult carryDeletedList(IsiHandle& handle, IndexOutput& output, bool inPlace, std::uint32_t& count,
+                                Messages& messages) {
+  ListCopy copy;
+  const ListCopyResult result = writeList(handle, output, inPlace, copy, messages);
+  count = copy.positions;
+  if (result != ListCopyResult::done) return result;
+  const std::uint64_t end = deletedListOffset + copy.nodes * nodeSize;
+  const bool placed = ::ftruncate(output.fd(), static_cast<off_t>(end)) == 0 && seekTo(output.fd(), end);
+  return placed ? ListCopyResult::done : failWrite(messages);
 }
 
 }  // namespace tarnvale

@@ -1,16 +1,18 @@
 // The header of a finished index.
 #pragma once
 
-#include "common/run_context.h"
-#include "isi/isi_format.h"
+#include <cstdint>
+#include <string_view>
+
+#include "cmdline/settings.h"
+#include "data/record_scan.h"
+#include "format/isi_format.h"
 
 namespace tarnvale {
 
-/// Sets `foundRecordLength` to the record length without the end-of-record mark, but with it for option g. -151, and a
-/// message, when no length is known because no record was scanned.
-[[nodiscard]] StatusCode settleHeaderLength(RunContext& run);
-
-/// The header that describes the finished run.
-[[nodiscard]] IsiHeader makeHeader(const RunContext& run);
+/// The header that describes a build: what was asked for, the form of the records, and what the scan found, which is
+/// over and knows the record length (a `recordLimit` above 0). `dataName` is the data file's name as it was opened.
+[[nodiscard]] IsiHeader makeHeader(const Settings& settings, const Scanner& scanner, std::string_view dataName,
+                                   std::uint32_t deletedListHead);
 
 }  // namespace tarnvale

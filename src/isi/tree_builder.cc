@@ -8,183 +8,171 @@
 #include "isi/tree_builder.h"
 
 #include <cinttypes>
-#include <cstdlib>
 #include <cstring>
 
-#include "common/output.h"
 #include "common/posix_file.h"
-#include "isi/error_file.h"
-#include "isi/node_writer.h"
-#include "sort/work_file.h"
+#include "format/sort_entry.h"
 
 namespace tarnvale {
 
 namespace {
 
-constexpr std::size_t nodeImages = maxTreeLevels + 1;  // one per level, and the pending deleted-record node
-
-IsiNode& levelNode(RunContext& run, std::int32_t level) { return reinterpret_cast<IsiNode*>(run.levelBuffers)[level]; }
-
 // True when the key equals that of the entry before. The last byte tells most keys apart.
-bool isDuplicate(const RunContext& run, const std::uint8_t* entry) {
-  if (run.previousKey == nullptr || run.indexKeyLength == 0) return run.previousKey != nullptr;
-  const std::size_t last = run.indexKeyLength - 1;
-  return run.previousKey[last] == entryKey(entry)[last] && std::memcmp(run.previousKey, entryKey(entry), last) == 0;
+bool isDuplicate(const TreeBuilder& tree, const std::uint8_t* entry) {
+  if (tree.previousKey == nullptr || tree.keyLength == 0) return tree.previousKey != nullptr;
+  const std::size_t last = tree.keyLength - 1;
+  return tree.previousKey[last] == entryKey(entry)[last] && std::memcmp(tree.previousKey, entryKey(entry), last) == 0;
 }
 
 // Puts the entry at the end of the level's image, with `child` as its left child; it becomes the entry before. Its
 // bytes stay where they are until another entry takes that place.
-void appendEntry(RunContext& run, IsiNode& node, std::uint32_t child, const std::uint8_t* entry, std::uint16_t number) {
+void appendEntry(TreeBuilder& tree, bool recordNumbers, IsiNode& node, std::uint32_t child, const std::uint8_t* entry,
+                 std::uint16_t number) {
   const std::uint64_t lfa = entryLfa(entry);
   const std::uint16_t recordLength = entryRecordLength(entry);
-  std::uint8_t* const place = node.entries.data() + std::size_t{node.count} * run.indexEntrySize;
+  std::uint8_t* const place = node.entries.data() + std::size_t{node.count} * tree.entrySize;
   IsiEntryHead head;
-  head.position = static_cast<std::uint32_t>(run.recordNumberAddressing ? lfa / recordLength : lfa);
+  head.position = static_cast<std::uint32_t>(recordNumbers ? lfa / recordLength : lfa);
   head.leftChild = child;
   head.duplicateNumber = number;
   head.recordLength = recordLength;
   std::memcpy(place, &head, sizeof head);
-  copyShort(place + sizeof head, entryKey(entry), run.indexKeyLength);
+  copyShort(place + sizeof head, entryKey(entry), tree.keyLength);
   ++node.count;
-  run.previousKey = place + sizeof head;
-  run.previousDuplicateNumber = number;
+  tree.previousKey = place + sizeof head;
+  tree.previousDuplicateNumber = number;
 }
 
 // Appends the level's image to the file and empties it. False, and a message, when that fails.
-bool writeLevelNode(RunContext& run, IsiNode& node) {
-  if (!advanceNodePointer(run) || !putNode(run, node)) return false;
+bool writeLevelNode(IndexOutput& output, IsiNode& node, Messages& messages) {
+  if (!advanceNodePointer(output, messages) || !putNode(output, node, messages)) return false;
   node.count = 0;
   return true;
 }
 
-StatusCode reportLevelLimit(RunContext& run) {
-  std::uint64_t capacity = 1;
-  for (std::int32_t level = 0; level < maxTreeLevels; ++level) capacity *= run.fillLimit + 1;
+TreeResult reportLevelLimit(IndexBuilder& builder, TrackedFile& errorFile, Messages& messages) {
   FixedText<300> text;
-  text.format("\nError! Tree level limit (%d) can only support %" PRIu64 " records for this ISI file! ", maxTreeLevels,
-              capacity - 1);
-  putErrorFileLine(run, text);
-  run.messageBuffer = text;
-  return status::treeTooHigh;
+  text.format("\nError! Tree level limit (%zu) can only support %" PRIu64 " records for this ISI file! ", maxTreeLevels,
+              treeCapacity(builder.tree.fillLimit));
+  putErrorFileLine(builder.duplicates, errorFile, messages, text);
+  messages.buffer = text;
+  return TreeResult::tooHigh;
+}
+
+// What an entry meets besides the tree.
+struct EntryContext {
+  const Settings& settings;
+  TrackedFile& errorFile;
+  Messages& messages;
+};
+
+void report(IndexBuilder& builder, const std::uint8_t* entry, const EntryContext& context) {
+  reportDuplicate(builder.duplicates, context.errorFile, context.messages, context.settings, entry,
+                  builder.tree.keyLength);
 }
 
 // The number that the entry gets among those with the same key.
-std::uint16_t numberDuplicate(RunContext& run, const std::uint8_t* entry) {
-  reportDuplicate(run, entry);
-  ++run.duplicateKeyCount;
-  return static_cast<std::uint16_t>(run.previousDuplicateNumber + 1);
+std::uint16_t numberDuplicate(IndexBuilder& builder, const std::uint8_t* entry, const EntryContext& context) {
+  report(builder, entry, context);
+  ++builder.duplicates.duplicates;
+  return static_cast<std::uint16_t>(builder.tree.previousDuplicateNumber + 1);
 }
 
 // Finds the lowest level with room; each full one below it is written and becomes the child of the next.
-StatusCode insert(RunContext& run, const std::uint8_t* entry, bool duplicate) {
+TreeResult insert(IndexBuilder& builder, const std::uint8_t* entry, bool duplicate, const EntryContext& context) {
+  TreeBuilder& tree = builder.tree;
   std::uint32_t child = 0;
-  for (std::int32_t level = 0; level < maxTreeLevels; ++level) {
-    if (run.topLevel < level) run.topLevel = level;
-    IsiNode& node = levelNode(run, level);
-    if (node.count < run.fillLimit) {
-      appendEntry(run, node, child, entry, duplicate ? numberDuplicate(run, entry) : std::uint16_t{0});
-      return status::success;
+  for (std::size_t level = 0; level < maxTreeLevels; ++level) {
+    if (tree.topLevel < level) tree.topLevel = level;
+    IsiNode& node = tree.levels[level];
+    if (node.count < tree.fillLimit) {
+      const std::uint16_t number = duplicate ? numberDuplicate(builder, entry, context) : std::uint16_t{0};
+      appendEntry(tree, builder.output.recordNumbers, node, child, entry, number);
+      return TreeResult::done;
     }
     node.rightChild = child;
-    if (!writeLevelNode(run, node)) return status::writeFailed;
-    child = run.lastNodePointer;
+    if (!writeLevelNode(builder.output, node, context.messages)) return TreeResult::indexNotWritten;
+    child = builder.output.lastNodePointer;
   }
-  return reportLevelLimit(run);
+  return reportLevelLimit(builder, context.errorFile, context.messages);
 }
 
 // An entry whose key equals the one before is left out where such entries are to be ignored.
-StatusCode dropDuplicate(RunContext& run, const std::uint8_t* entry) {
-  reportDuplicate(run, entry);
-  ++run.droppedDuplicateCount;
-  return status::success;
+TreeResult dropDuplicate(IndexBuilder& builder, const std::uint8_t* entry, const EntryContext& context) {
+  report(builder, entry, context);
+  ++builder.duplicates.dropped;
+  return TreeResult::done;
 }
 
-void reportLength(RunContext& run, const std::uint8_t* entry, int number, const char* kind) {
-  if (!run.debugMode) return;
-  putFormatted(run, "\nWriteTagRecord(%d):\n1st %s Rec Length:%d at LFA:0x%.8lX Max Allowed RecordLength:%d!\n", number,
-               kind, entryRecordLength(entry), static_cast<unsigned long>(static_cast<std::uint32_t>(entryLfa(entry))),
-               run.foundRecordLength);
+void reportLength(const TreeBuilder& tree, const std::uint8_t* entry, int number, const char* kind,
+                  Messages& messages) {
+  if (!messages.debugMode) return;
+  putFormatted(messages, "\nWriteTagRecord(%d):\n1st %s Rec Length:%d at LFA:0x%.8lX Max Allowed RecordLength:%u!\n",
+               number, kind, entryRecordLength(entry),
+               static_cast<unsigned long>(static_cast<std::uint32_t>(entryLfa(entry))), tree.recordLength);
 }
 
 // A record of another length than the others: noted, and reported the first time.
-void noteIrregularLength(RunContext& run, const std::uint8_t* entry) {
-  if (entryRecordLength(entry) < run.foundRecordLength) {
-    if (!run.shortRecordReported) reportLength(run, entry, 1, "Short");
-    run.shortRecordReported = true;
+void noteIrregularLength(TreeBuilder& tree, const std::uint8_t* entry, Messages& messages) {
+  if (entryRecordLength(entry) < tree.recordLength) {
+    if (!tree.shortRecordReported) reportLength(tree, entry, 1, "Short", messages);
+    tree.shortRecordReported = true;
   } else {
-    if (!run.recordSizeInvalid) reportLength(run, entry, 2, "Long");
-    run.recordSizeInvalid = true;
+    if (!tree.findings.overlongRecord) reportLength(tree, entry, 2, "Long", messages);
+    tree.findings.overlongRecord = true;
   }
-  run.variableLengthFound = true;
-  run.invalidRecordPosition = false;
-}
-
-void settleRecordLength(RunContext& run, const std::uint8_t* entry) {
-  constexpr std::int32_t smallestMaxRecord = 256;
-  run.foundRecordLength = run.recordLengthSpec != 0 ? run.recordLengthSpec : entryRecordLength(entry);
-  if (run.recordLengthSpec == 0 && run.variableLengthAllowed && run.foundRecordLength < smallestMaxRecord) {
-    run.foundRecordLength = smallestMaxRecord;
-  }
+  tree.findings.variableLength = true;
+  tree.findings.invalidPosition = false;
 }
 
 // The partly filled nodes, from the leaf up; each is the right child of the one above. False when a write failed.
-bool writeOpenNodes(RunContext& run, std::uint32_t& child) {
-  for (std::int32_t level = 0; level < run.topLevel; ++level) {
-    IsiNode& node = levelNode(run, level);
+bool writeOpenNodes(IndexBuilder& builder, std::uint32_t& child, Messages& messages) {
+  for (std::size_t level = 0; level < builder.tree.topLevel; ++level) {
+    IsiNode& node = builder.tree.levels[level];
     node.rightChild = child;
     if (node.count == 0) continue;
-    if (!writeLevelNode(run, node)) return false;
-    child = run.lastNodePointer;
+    if (!writeLevelNode(builder.output, node, messages)) return false;
+    child = builder.output.lastNodePointer;
   }
-  if (WorkFileFlush(run, run.outputFd) == status::success) return true;
-  reportIndexWriteFailure(run);
-  return false;
+  return flushNodes(builder.output, messages);
 }
 
 }  // namespace
 
-StatusCode startTree(RunContext& run, std::uint32_t keyLength) {
-  run.indexKeyLength = keyLength;
-  run.indexEntrySize = isiEntrySize(keyLength);
-  run.fillLimit = entriesPerNode(run.indexEntrySize) * run.maxFillPercent / 100;
-  run.topLevel = 0;
-  run.previousListPointer = noPointer;
-  run.lastNodePointer = pointerToOffset(deletedListOffset, run.recordNumberAddressing);
-  run.levelBuffers = static_cast<std::uint8_t*>(std::calloc(nodeImages, nodeSize));
-  if (run.levelBuffers == nullptr) {
-    PutMessage(run, "ISI buffer allocation failed.\n");
-    return status::outOfMemory;
-  }
-  for (std::int32_t level = 0; level < maxTreeLevels; ++level) {
-    levelNode(run, level).level = static_cast<std::uint16_t>(level);
-  }
-  return status::success;
+void startTree(IndexBuilder& builder, std::uint32_t keyLength, std::uint32_t fillPercent) {
+  TreeBuilder& tree = builder.tree;
+  tree.keyLength = keyLength;
+  tree.entrySize = isiEntrySize(keyLength);
+  tree.fillLimit = entriesPerNode(tree.entrySize) * fillPercent / 100;
+  builder.output.entrySize = tree.entrySize;
+  std::uint16_t level = 0;
+  for (IsiNode& node : tree.levels) node.level = level++;
 }
 
-StatusCode WriteTagRecord(RunContext& run, const std::uint8_t* entry) {
-  if (run.foundRecordLength == 0) {
-    settleRecordLength(run, entry);
-  } else if (entryRecordLength(entry) != run.foundRecordLength) {
-    noteIrregularLength(run, entry);
+TreeResult writeTagRecord(IndexBuilder& builder, const std::uint8_t* entry, const Settings& settings,
+                          TrackedFile& errorFile, Messages& messages) {
+  TreeBuilder& tree = builder.tree;
+  const std::uint32_t length = entryRecordLength(entry);
+  if (length != tree.recordLength) [[unlikely]] {
+    if (tree.recordLength == 0) {
+      tree.recordLength = length;
+    } else {
+      noteIrregularLength(tree, entry, messages);
+    }
   }
-  const bool duplicate = isDuplicate(run, entry);
-  return duplicate && run.ignoreDuplicatesForNodup ? dropDuplicate(run, entry) : insert(run, entry, duplicate);
+  const EntryContext context{settings, errorFile, messages};
+  const bool duplicate = isDuplicate(tree, entry);
+  if (duplicate && settings.ignoreDuplicates) return dropDuplicate(builder, entry, context);
+  return insert(builder, entry, duplicate, context);
 }
 
-StatusCode finishLevels(RunContext& run) {
+bool finishLevels(IndexBuilder& builder, Messages& messages) {
   std::uint32_t child = 0;
-  if (!writeOpenNodes(run, child)) return status::indexNotWritten;
-  if (!seekTo(run.outputFd, rootOffset)) return status::indexNotWritten;
-  IsiNode& root = levelNode(run, run.topLevel);
+  if (!writeOpenNodes(builder, child, messages)) return false;
+  if (!seekTo(builder.output.fd(), rootOffset)) return false;
+  IsiNode& root = builder.tree.levels[builder.tree.topLevel];
   root.rightChild = child;
-  if (!putNode(run, root)) return status::indexNotWritten;
-  if (WorkFileFlush(run, run.outputFd) == status::success) return status::success;
-  reportIndexWriteFailure(run);
-  return status::indexNotWritten;
-}
-
-DeletedRecordNode& pendingDeletedNode(RunContext& run) {
-  return reinterpret_cast<DeletedRecordNode*>(run.levelBuffers)[maxTreeLevels];
+  return putNode(builder.output, root, messages) && flushNodes(builder.output, messages);
 }
 
 }  // namespace tarnvale

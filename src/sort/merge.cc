@@ -1,17 +1,6 @@
-// A pass reads every train of one work file, group by group. Each group becomes one train of the other file; the final
-// pass has one group, and its entries go to the callback. The sort area is the read buffer: each train of a group has
-// an equal part of it.
 #include "sort/merge.h"
 
-#include <algorithm>
 #include <cinttypes>
-#include <ctime>
-#include <utility>
-
-#include "common/output.h"
-#include "common/sort_entry.h"
-#include "sort/merge_selection.h"
-#include "sort/work_file.h"
 
 namespace tarnvale {
 
@@ -20,41 +9,64 @@ namespace {
 constexpr std::uint32_t onePassTrains = 30;   // at most merged in one pass
 constexpr std::uint32_t twoPassTrains = 900;  // in two
 constexpr std::uint32_t smallestFanIn = 6;
-constexpr std::int32_t progressStep = 1000;
 
-// What stays the same for all passes, and what a pass has come to.
-struct MergePlan {
-  std::uint32_t fanIn = 0;
-  bool finalPass = false;
-  std::size_t partSize = 0;        // bytes of the sort area for one train
-  std::size_t alignment = 1;       // of a block, in the file and in memory
-  std::uint32_t blockEntries = 0;  // entries of one block
-  std::size_t blockSize = 0;       // bytes of one block
-  std::uint32_t trainsRead = 0;    // of this pass
-  std::uint32_t groups = 0;        // of this pass
-  std::uint64_t outputStart = 0;   // work-file offset of the train being written
-  std::time_t lastDisplay = 0;
-};
+FileRole otherWorkFile(FileRole file) {
+  return file == FileRole::workFile1 ? FileRole::workFile2 : FileRole::workFile1;
+}
 
 // Gives each train of a group an equal part of the sort area. The system copies a block about twice as fast where it is
 // aligned in the file and in memory alike, so a part begins aligned, and a read with the aligned offset before its
 // block. Small parts have no bytes to spare for that.
-void divideReadBuffer(const RunContext& run, MergePlan& plan) {
+void divideReadBuffer(const SortArea& area, MergePlan& plan) {
   constexpr std::size_t cacheLine = 64;
   constexpr std::size_t smallestAlignedPart = 4096;
-  plan.partSize = run.sortAreaSize / plan.fanIn;
+  plan.partSize = area.size / plan.fanIn;
   if (plan.partSize >= smallestAlignedPart) {
     plan.alignment = cacheLine;
     plan.partSize -= plan.partSize % cacheLine;
   }
-  plan.blockEntries = static_cast<std::uint32_t>((plan.partSize - (plan.alignment - 1)) / run.sortEntrySize);
-  plan.blockSize = static_cast<std::size_t>(plan.blockEntries) * run.sortEntrySize;
+  const std::size_t room = plan.partSize - (plan.alignment - 1);
+  plan.blockSize = room - room % area.entrySize;
 }
 
-MergePlan makePlan(const RunContext& run) {
+void startPass(Sorter& sorter, MergePlan& plan, const TrackedFiles& files) {
+  plan.readFd = files[sorter.written].fd;
+  sorter.written = otherWorkFile(sorter.written);
+  sorter.trainEnd = 0;
+  plan.groups = 0;
+  plan.trainsRead = 0;
+}
+
+// Merges the next trains of a pass into one of the other work file, which takes its place in the train table behind
+// those that were read.
+SortResult mergeIntoTrain(Sorter& sorter, MergePlan& plan, Messages& messages) {
+  putProgressFormatted(messages, "Merge pass %u\r", plan.groups + 1);
+  MergeGroup group;
+  if (!fillGroup(sorter, plan, group, messages)) return SortResult::workFileNotRead;
+  const std::uint32_t entrySize = sorter.area.entrySize;
+  const std::uint64_t trainStart = sorter.trainEnd;
+  std::uint64_t entries = 0;
+  SortResult result = mergeGroup(sorter, plan, group, messages, [&](const std::uint8_t* entry) {
+    ++entries;
+    return putEntry(sorter.output, entry, entrySize);
+  });
+  if (result == SortResult::done) {
+    std::uint8_t marker[maxSortEntrySize];
+    writeEndMarker(marker, entrySize);
+    if (!putEntry(sorter.output, marker, entrySize) || !flushOutput(sorter.output)) result = SortResult::sinkFailed;
+  }
+  if (result == SortResult::sinkFailed) return SortResult::workFileNotWritten;
+  sorter.trainOffsets[plan.groups++] = trainStart;
+  sorter.trainEnd += (entries + 1) * entrySize;
+  return result;
+}
+
+}  // namespace
+
+MergePlan makeMergePlan(const Sorter& sorter) {
   MergePlan plan;
-  const auto trains = static_cast<std::uint32_t>(run.sortTrainCount);
-  plan.finalPass = trains <= onePassTrains && trains <= run.sortEntryCapacity - 1;
+  const std::uint32_t trains = sorter.trainCount;
+  plan.finalPass = trains <= onePassTrains && trains <= sorter.area.capacity - 1;
   plan.fanIn = smallestFanIn;
   if (plan.finalPass) {
     plan.fanIn = trains;
@@ -63,129 +75,59 @@ MergePlan makePlan(const RunContext& run) {
   } else {
     while (plan.fanIn * plan.fanIn * plan.fanIn < trains) ++plan.fanIn;
   }
-  divideReadBuffer(run, plan);
-  plan.lastDisplay = std::time(nullptr);
+  divideReadBuffer(sorter.area, plan);
   return plan;
 }
 
-StatusCode readBlock(RunContext& run, const MergePlan& plan, MergeSlot& slot, TrainBlock which) {
+bool readBlock(const MergePlan& plan, MergeSlot& slot, TrainBlock which, Messages& messages) {
   const std::size_t before = slot.nextReadOffset % plan.alignment;
-  std::uint8_t* const block = slot.blockStart + before;
-  const StatusCode status = readTrainBlock(run, block, plan.blockSize, slot.nextReadOffset, before, which);
+  std::uint8_t* const block = slot.part + before;
+  const std::uint64_t offset = slot.nextReadOffset;
   slot.nextReadOffset += plan.blockSize;
   slot.cursor = block;
-  slot.entriesLeft = plan.blockEntries;
-  return status;
+  slot.blockEnd = block + plan.blockSize;
+  return readTrainBlock(plan.readFd, block, plan.blockSize, offset, before, which, messages);
 }
 
-// Takes the next trains of the pass, up to the fan-in, and reads the first block of each.
-StatusCode fillGroup(RunContext& run, MergePlan& plan, MergeGroup& group) {
-  const auto trains = static_cast<std::uint32_t>(run.sortTrainCount);
-  while (group.count < plan.fanIn && plan.trainsRead < trains) {
+bool fillGroup(const Sorter& sorter, MergePlan& plan, MergeGroup& group, Messages& messages) {
+  while (group.count < plan.fanIn && plan.trainsRead < sorter.trainCount) {
     MergeSlot& slot = group.slots[group.count];
-    slot.blockStart = run.sortAreaBase + group.count * plan.partSize;
-    slot.nextReadOffset = *run.trainReadCursor++;
-    const StatusCode status = readBlock(run, plan, slot, TrainBlock::first);
-    if (status != status::success) return status;
+    slot.part = sorter.area.base + group.count * plan.partSize;
+    slot.nextReadOffset = sorter.trainOffsets[plan.trainsRead];
+    if (!readBlock(plan, slot, TrainBlock::first, messages)) return false;
     ++plan.trainsRead;
     ++group.count;
   }
-  return status::success;
+  return true;
 }
 
-void showProgress(RunContext& run, MergePlan& plan) {
-  run.progressCountdown = progressStep;
-  run.indexedRecordCount += progressStep;
-  if (!run.recordCountEnabled || !run.progressEnabled) return;
-  const std::time_t now = std::time(nullptr);
-  if (now <= plan.lastDisplay) return;
-  plan.lastDisplay = now;
-  putProgressFormatted(run, "%" PRIu64 " records\r", run.indexedRecordCount);
-}
-
-StatusCode deliver(RunContext& run, MergePlan& plan, const std::uint8_t* entry) {
-  const StatusCode status = run.mergeOutputCallback(run, entry);
-  if (status == status::success && --run.progressCountdown == 0) showProgress(run, plan);
-  return status;
-}
-
-StatusCode writeMerged(RunContext& run, const std::uint8_t* entry) {
-  run.workFilePosition += run.sortEntrySize;
-  const StatusCode status = writeEntry(run, run.mergeOutputFd, entry);
-  return status == status::success ? status : status::workFileNotWritten;
-}
-
-StatusCode advance(RunContext& run, const MergePlan& plan, MergeSlot& slot) {
-  if (--slot.entriesLeft == 0) return readBlock(run, plan, slot, TrainBlock::further);
-  slot.cursor += run.sortEntrySize;
-  return status::success;
-}
-
-// Merges the group up to the end markers of all its trains. `output` takes each entry.
-template <typename Output>
-StatusCode mergeGroup(RunContext& run, const MergePlan& plan, MergeGroup& group, Output output) {
-  for (;;) {
-    MergeSlot& slot = group.slots[SelectNextMergeEntry(group)];
-    if (isEndMarker(slot.cursor)) return status::success;
-    StatusCode status = output(slot.cursor);
-    if (status == status::success) status = advance(run, plan, slot);
-    if (status != status::success) return status;
-  }
-}
-
-// Closes the train that the group became, and enters it into the train table.
-StatusCode endOutputTrain(RunContext& run, MergePlan& plan) {
-  StatusCode status = writeTrainEnd(run, run.mergeOutputFd);
-  if (status == status::success) status = WorkFileFlush(run, run.mergeOutputFd);
-  if (status != status::success) return status::workFileNotWritten;
-  *run.trainWriteCursor++ = plan.outputStart;
-  run.workFilePosition += run.sortEntrySize;
-  plan.outputStart = run.workFilePosition;
-  return status::success;
-}
-
-StatusCode mergeNextGroup(RunContext& run, MergePlan& plan) {
-  ++plan.groups;
-  if (!plan.finalPass) putProgressFormatted(run, "Merge pass %u\r", plan.groups);
-  MergeGroup group = makeMergeGroup(run);
-  const StatusCode status = fillGroup(run, plan, group);
-  if (status != status::success) return status;
-  if (plan.finalPass) {
-    return mergeGroup(run, plan, group, [&](const std::uint8_t* entry) { return deliver(run, plan, entry); });
-  }
-  const StatusCode merged =
-      mergeGroup(run, plan, group, [&](const std::uint8_t* entry) { return writeMerged(run, entry); });
-  return merged == status::success ? endOutputTrain(run, plan) : merged;
-}
-
-StatusCode makePass(RunContext& run, MergePlan& plan) {
-  run.workFilePosition = 0;
-  run.trainReadCursor = run.trainTable;
-  run.trainWriteCursor = run.trainTable;  // never overtakes the read cursor
-  std::swap(run.mergeInputFd, run.mergeOutputFd);
-  plan.groups = 0;
-  plan.trainsRead = 0;
-  plan.outputStart = 0;
-  while (plan.trainsRead < static_cast<std::uint32_t>(run.sortTrainCount)) {
-    const StatusCode status = mergeNextGroup(run, plan);
-    if (status != status::success) return status;
-  }
-  return status::success;
-}
-
-}  // namespace
-
-StatusCode DoFancyMerge(RunContext& run) {
-  MergePlan plan = makePlan(run);
-  for (;;) {
-    const StatusCode status = makePass(run, plan);
-    if (status != status::success) return status;
-    if (!plan.finalPass) PutMessage(run, "\n");  // ends the progress line
-    run.sortTrainCount = static_cast<std::int32_t>(plan.groups);
-    recycleInputFile(run, !plan.finalPass);
-    if (plan.finalPass) return status::success;
+SortResult mergeUpToFinalPass(Sorter& sorter, MergePlan& plan, TrackedFiles& files, Messages& messages) {
+  startPass(sorter, plan, files);
+  while (!plan.finalPass) {
+    aimOutput(sorter.output, sorter.written, files[sorter.written].fd);
+    while (plan.trainsRead < sorter.trainCount) {
+      const SortResult result = mergeIntoTrain(sorter, plan, messages);
+      if (result != SortResult::done) return result;
+    }
+    finishPass(sorter, plan, files, messages);
     plan.finalPass = plan.groups <= plan.fanIn;
+    startPass(sorter, plan, files);
   }
+  return SortResult::done;
+}
+
+void finishPass(Sorter& sorter, const MergePlan& plan, TrackedFiles& files, Messages& messages) {
+  if (!plan.finalPass) putMessage(messages, "\n");  // ends the progress line
+  sorter.trainCount = plan.finalPass ? 1 : plan.groups;
+  recycleWorkFile(files[otherWorkFile(sorter.written)], !plan.finalPass);
+}
+
+void showMergeProgress(MergeProgress& progress, std::uint64_t delivered, Messages& messages) {
+  if (!progress.wanted || !messages.progressEnabled) return;
+  const std::time_t now = std::time(nullptr);
+  if (now <= progress.lastShown) return;
+  progress.lastShown = now;
+  putProgressFormatted(messages, "%" PRIu64 " records\r", delivered);
 }
 
 }  // namespace tarnvale

@@ -17,8 +17,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
-#include "common/run_context.h"
+#include "format/sort_entry.h"
+#include "sort/key_prefix.h"
 
 namespace tarnvale {
 
@@ -26,31 +28,107 @@ inline constexpr std::size_t maxFanIn = 30;  // trains merged at a time; a slot 
 
 /// One input train of a merge group.
 struct MergeSlot {
-  const std::uint8_t* cursor = nullptr;  // the head entry, inside the block
-  std::uint8_t* blockStart = nullptr;    // the slot's part of the sort area
-  std::uint64_t nextReadOffset = 0;      // work-file offset of the train's next block
-  std::uint32_t entriesLeft = 0;         // entries of the block not yet consumed, the head included
+  const std::uint8_t* cursor = nullptr;    // the head entry, inside the block
+  const std::uint8_t* blockEnd = nullptr;  // behind the block's last whole entry
+  std::uint8_t* part = nullptr;            // the slot's part of the sort area
+  std::uint64_t nextReadOffset = 0;        // work-file offset of the train's next block
 };
 
-/// A group of trains that are merged into one.
-struct MergeGroup {
-  using Head = std::uint64_t;
-  static constexpr Head slotMask = 31;
-
-  std::array<MergeSlot, maxFanIn> slots{};
-  std::size_t count = 0;          // slots filled
+/// Where the bits of a head stand in an entry, the same for all entries of a run.
+struct HeadShape {
   std::uint32_t keyLength = 0;    // bytes of a key
   std::uint32_t prefixStart = 0;  // where the prefix begins in the entry
-  std::uint64_t prefixMask = 0;   // the bits of it that belong to the key
-  bool started = false;           // the tree is made by the first selection
-  Head winner = 0;
-  std::array<Head, maxFanIn> losers{};  // node 1 is the top; node 0 is not used
+  std::uint64_t prefixMask = 0;   // the bits of it that belong to the key, without those of the slot number
 };
 
-/// An empty group for the keys of the run.
-[[nodiscard]] MergeGroup makeMergeGroup(const RunContext& run);
+/// The shape for keys of which the first `sharedLength` bytes are the same in the whole run.
+[[nodiscard]] HeadShape makeHeadShape(std::uint32_t keyLength, std::uint32_t sharedLength);
 
-/// The index of the slot whose head entry is smallest. Between two calls only the slot named last may have moved on.
-[[nodiscard]] std::size_t SelectNextMergeEntry(MergeGroup& group);
+/// The smallest head of a group of trains.
+class LoserTree {
+ public:
+  using Head = std::uint64_t;
+
+  /// Plays the heads of the first `count` slots, which must stay where they are, as must the array.
+  LoserTree(const MergeSlot* slots, std::size_t count, const HeadShape& shape) : slots_(slots), count_(count), shape_(shape) {
+    std::array<Head, 2 * maxFanIn> winners{};
+    for (std::size_t i = 0; i < count_; ++i) winners[count_ + i] = headOf(i);
+    for (std::size_t node = count_ - 1; node >= 1; --node) {
+      winners[node] = winners[2 * node];
+      losers_[node] = winners[2 * node + 1];
+      play(winners[node], losers_[node]);
+    }
+    winner_ = winners[1];
+  }
+
+  /// The slot whose head entry is smallest.
+  [[nodiscard]] std::size_t winner() const { return slotOf(winner_); }
+
+  /// True when the winner may be an end marker: its key bits are all ones.
+  [[nodiscard]] bool mayHaveEnded() const { return winner_ >= shape_.prefixMask; }
+
+  /// The winner's slot has moved on to its next entry: plays it on its path to the top. The new winner's slot.
+  std::size_t selectNextMergeEntry() {
+    const std::size_t moved = slotOf(winner_);
+    Head winner = headOf(moved);
+    for (std::size_t node = (count_ + moved) / 2; node >= 1; node /= 2) play(winner, losers_[node]);
+    winner_ = winner;
+    return slotOf(winner);
+  }
+
+  /// The smallest head besides the winner's; that of an end marker when there is none.
+  [[nodiscard]] Head runnerUp() const {
+    Head smallest = shape_.prefixMask;
+    for (std::size_t node = (count_ + slotOf(winner_)) / 2; node >= 1; node /= 2) {
+      smallest = losers_[node] < smallest ? losers_[node] : smallest;
+    }
+    return smallest;
+  }
+
+  /// The winner's slot has moved on: true, and its new entry is the winner, when its key bits are below those of
+  /// `runnerUp`. Otherwise nothing is changed.
+  bool staysWinner(Head runnerUp) {
+    const Head head = headOf(slotOf(winner_));
+    if ((head | slotMask) >= runnerUp) return false;
+    winner_ = head;
+    return true;
+  }
+
+ private:
+  static constexpr Head slotMask = 31;
+
+  static std::size_t slotOf(Head head) { return head & slotMask; }
+
+  [[nodiscard]] Head headOf(std::size_t slot) const {
+    const std::uint8_t* const entry = slots_[slot].cursor;
+    const std::uint64_t prefix = isEndMarker(entry) ? ~std::uint64_t{0} : loadKeyPrefix(entry + shape_.prefixStart);
+    return (prefix & shape_.prefixMask) | slot;
+  }
+
+  // Leaves the smaller of the two in `winner` and the other in `loser`. There is no branch on their order: it is as good
+  // as random, and a wrong guess costs more than the exchange.
+  void play(Head& winner, Head& loser) const {
+    const Head a = winner;
+    const Head b = loser;
+    if ((a ^ b) <= slotMask) [[unlikely]] {
+      if (entrySortsBefore(slots_[slotOf(b)].cursor, slots_[slotOf(a)].cursor, shape_.keyLength)) {
+        std::swap(winner, loser);
+      }
+      return;
+    }
+    const Head exchange = (a ^ b) & (Head{0} - static_cast<Head>(b < a));  // as min and max compilers make it a branch
+    winner = a ^ exchange;
+    loser = b ^ exchange;
+  }
+
+  // The order of two entries with the same key bits; an end marker sorts after every entry.
+  static bool entrySortsBefore(const std::uint8_t* a, const std::uint8_t* b, std::uint32_t keyLength);
+
+  const MergeSlot* slots_;
+  std::size_t count_;
+  HeadShape shape_;
+  Head winner_ = 0;
+  std::array<Head, maxFanIn> losers_{};  // node 1 is the top; node 0 is not used
+};
 
 }  // namespace tarnvale

@@ -13,30 +13,34 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <span>
 #include <utility>
 
-#include "common/sort_entry.h"
+#include "format/sort_entry.h"
 #include "sort/key_prefix.h"
 
 namespace tarnvale {
 
 namespace {
 
-constexpr std::size_t maxPairs = 131072;  // two areas of 1 MiB: part of the 4 MiB a run takes besides its buffers
-constexpr std::size_t smallGroup = 24;    // up to here comparing entries is faster than distributing them
-constexpr unsigned digitBits = 11;        // the counters of a digit, 8 KiB, stay in the first-level cache
+constexpr std::size_t smallGroup = 24;  // up to here comparing entries is faster than distributing them
+constexpr unsigned digitBits = 11;      // the counters of a digit, 8 KiB, stay in the first-level cache
 constexpr std::uint32_t digitValues = 1U << digitBits;
 constexpr unsigned spareBits = 5;  // bits taken beyond those that number the entries: most groups end at one
 constexpr std::uint32_t groupStart = 1U << 31;  // in a slot: its bits differ from the slot before
 
-struct Pair {
-  std::uint32_t bits;  // of the key, in key order
-  std::uint32_t slot;
-};
-std::array<Pair, maxPairs> pairArea;
-std::array<Pair, maxPairs> otherPairArea;
-
 using Slots = std::span<std::uint32_t>;
+using Histogram = std::array<std::uint32_t, digitValues>;
+
+// What the steps of one sort share.
+struct TrainSort {
+  const SortArea& area;
+  SortMethod method;
+  SortPair* pairs;
+  SortPair* otherPairs;
+
+  [[nodiscard]] const std::uint8_t* keyOf(std::uint32_t slot) const { return entryKey(area.entryOfSlot(slot)); }
+};
 
 // Which bits of the keys a step looks at, out of 8 bytes from `offset` on.
 struct KeyBits {
@@ -60,25 +64,24 @@ struct KeyBits {
   }
 };
 
-const std::uint8_t* keyOfSlot(const RunContext& run, std::uint32_t slot) { return entryKey(entryOfSlot(run, slot)); }
-
 // The bits in which the keys differ, in the 8 bytes from `offset` on.
-std::uint64_t differingBits(const RunContext& run, Slots slots, std::uint32_t offset) {
-  const std::uint64_t first = loadKeyPrefix(keyOfSlot(run, slots.front()) + offset);
+std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t offset) {
+  const std::uint64_t first = loadKeyPrefix(sort.keyOf(slots.front()) + offset);
   std::uint64_t differing = 0;
-  for (const std::uint32_t slot : slots) differing |= loadKeyPrefix(keyOfSlot(run, slot) + offset) ^ first;
-  return differing & keyPrefixMask(run.sortKeyLength, offset);
+  for (const std::uint32_t slot : slots) differing |= loadKeyPrefix(sort.keyOf(slot) + offset) ^ first;
+  return differing & keyPrefixMask(sort.area.keyLength, offset);
 }
 
 // Chooses up to `wanted` bits from the first byte that differs on. All bits of a byte below its highest differing one
 // are taken, or, where that is too many, the upper ones of these: the number orders as the bytes do.
-KeyBits chooseKeyBits(const RunContext& run, Slots slots, std::uint32_t offset, unsigned wanted) {
+KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset, unsigned wanted) {
   KeyBits chosen;
   std::uint64_t differing = 0;
-  for (; offset < run.sortKeyLength && differing == 0; offset += 8) differing = differingBits(run, slots, offset);
+  for (; offset < sort.area.keyLength && differing == 0; offset += 8) differing = differingBits(sort, slots, offset);
   if (differing == 0) return chosen;
-  chosen.offset = offset - 8 + static_cast<std::uint32_t>(std::countl_zero(differing)) / 8;
-  differing = differingBits(run, slots, chosen.offset);
+  const auto equalBytes = static_cast<std::uint32_t>(std::countl_zero(differing)) / 8;
+  chosen.offset = offset - 8 + equalBytes;
+  if (equalBytes > 0) differing = differingBits(sort, slots, chosen.offset);
   for (unsigned low = 56; chosen.total < wanted; low -= 8) {
     const auto span = static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing >> low)));
     const unsigned width = std::min(span, wanted - chosen.total);
@@ -94,36 +97,46 @@ unsigned wantedBits(std::size_t entries) {
   return std::min((bits + digitBits - 1) / digitBits * digitBits, 2 * digitBits);
 }
 
-// Distributes the pairs by the digit that begins at bit `shift`, keeping the order of equal ones.
-void distribute(std::span<const Pair> from, Pair* to, unsigned shift) {
-  std::array<std::uint32_t, digitValues> place{};
-  for (const Pair& pair : from) ++place[pair.bits >> shift & (digitValues - 1)];
+// Turns the counts of the digit's values into the places where each value begins.
+void makePlaces(Histogram& counts) {
   std::uint32_t next = 0;
-  for (std::uint32_t& count : place) next += std::exchange(count, next);
-  for (const Pair& pair : from) to[place[pair.bits >> shift & (digitValues - 1)]++] = pair;
+  for (std::uint32_t& count : counts) next += std::exchange(count, next);
 }
 
-// Orders the slots by the chosen bits; the first slot of each group of equal bits is marked with groupStart.
-void orderByPairs(const RunContext& run, Slots slots, const KeyBits& chosen) {
-  Pair* pairs = pairArea.data();
-  Pair* other = otherPairArea.data();
-  for (std::size_t i = 0; i < slots.size(); ++i) pairs[i] = {chosen.gather(keyOfSlot(run, slots[i])), slots[i]};
-  for (unsigned shift = 0; shift < chosen.total; shift += digitBits) {
-    distribute({pairs, slots.size()}, other, shift);
-    std::swap(pairs, other);
+// Distributes the pairs by the digit that begins at bit `shift`, keeping the order of equal ones.
+void distribute(std::span<const SortPair> from, SortPair* to, unsigned shift, Histogram& places) {
+  makePlaces(places);
+  for (const SortPair& pair : from) to[places[pair.bits >> shift & (digitValues - 1)]++] = pair;
+}
+
+// Orders the slots by the chosen bits, at most two digits of them; the first slot of each group of equal bits is marked
+// with groupStart. Both digits are counted while the pairs are made.
+void orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
+  std::array<Histogram, 2> counts{};
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    const std::uint32_t bits = chosen.gather(sort.keyOf(slots[i]));
+    sort.pairs[i] = {bits, slots[i]};
+    ++counts[0][bits & (digitValues - 1)];
+    ++counts[1][bits >> digitBits];
   }
-  slots[0] = pairs[0].slot | groupStart;
+  const SortPair* ordered = sort.otherPairs;
+  distribute({sort.pairs, slots.size()}, sort.otherPairs, 0, counts[0]);
+  if (chosen.total > digitBits) {
+    distribute({sort.otherPairs, slots.size()}, sort.pairs, digitBits, counts[1]);
+    ordered = sort.pairs;
+  }
+  slots[0] = ordered[0].slot | groupStart;
   for (std::size_t i = 1; i < slots.size(); ++i) {
-    slots[i] = pairs[i].slot | (pairs[i].bits != pairs[i - 1].bits ? groupStart : 0);
+    slots[i] = ordered[i].slot | (ordered[i].bits != ordered[i - 1].bits ? groupStart : 0);
   }
 }
 
 // As orderByPairs, in place: the bits stand above the entry number in the slot, and each slot is brought into the part
 // of its bits, one exchange after the other. Does not keep the order of equal ones.
-void orderInPlace(const RunContext& run, Slots slots, const KeyBits& chosen, unsigned slotBits) {
+void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen, unsigned slotBits) {
   std::array<std::uint32_t, digitValues + 1> partEnd{};
   for (std::uint32_t& slot : slots) {
-    const std::uint32_t bits = chosen.gather(keyOfSlot(run, slot));
+    const std::uint32_t bits = chosen.gather(sort.keyOf(slot));
     ++partEnd[bits];
     slot |= bits << slotBits;
   }
@@ -149,86 +162,82 @@ void orderInPlace(const RunContext& run, Slots slots, const KeyBits& chosen, uns
 }
 
 // The slots of equal keys. A scan delivers them in order already.
-void orderByLfa(const RunContext& run, Slots slots) {
-  const auto lfa = [&](std::uint32_t slot) { return entryLfa(entryOfSlot(run, slot)); };
+void orderByLfa(const TrainSort& sort, Slots slots) {
+  const auto lfa = [&](std::uint32_t slot) { return entryLfa(sort.area.entryOfSlot(slot)); };
   if (!std::ranges::is_sorted(slots, {}, lfa)) std::ranges::sort(slots, {}, lfa);
 }
 
-void sortByMethod(const RunContext& run, Slots slots) {
+void sortByMethod(const TrainSort& sort, Slots slots) {
   if (slots.size() < 2) return;
-  const auto sort = run.sortMethod == 0 ? ShellSortEntries : QuickSortEntries;
-  sort(run, &slots.front(), &slots.back());
+  const auto method = sort.method == SortMethod::shellSort ? shellSortEntries : quickSortEntries;
+  method(sort.area, &slots.front(), &slots.back());
 }
 
 // Sorts slots whose keys are equal before `offset`.
-void sortGroup(const RunContext& run, Slots slots, std::uint32_t offset) {
+void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   if (slots.size() <= smallGroup) {
-    sortByMethod(run, slots);
+    sortByMethod(sort, slots);
     return;
   }
-  const auto slotBits = static_cast<unsigned>(std::bit_width(std::size_t{run.sortEntryCapacity}));
+  const auto slotBits = static_cast<unsigned>(std::bit_width(std::size_t{sort.area.capacity}));
   const bool fitsPairs = slots.size() <= maxPairs;
   const unsigned wanted = fitsPairs ? wantedBits(slots.size()) : std::min(32 - slotBits, digitBits);
-  const KeyBits chosen = chooseKeyBits(run, slots, offset, wanted);
+  const KeyBits chosen = chooseKeyBits(sort, slots, offset, wanted);
   if (chosen.total == 0) {
-    orderByLfa(run, slots);
+    orderByLfa(sort, slots);
     return;
   }
   if (fitsPairs) {
-    orderByPairs(run, slots, chosen);
+    orderByPairs(sort, slots, chosen);
   } else {
-    orderInPlace(run, slots, chosen, slotBits);
+    orderInPlace(sort, slots, chosen, slotBits);
   }
   for (std::size_t start = 0; start < slots.size();) {
     slots[start] &= ~groupStart;
     std::size_t end = start + 1;
     while (end < slots.size() && (slots[end] & groupStart) == 0) ++end;
-    sortGroup(run, slots.subspan(start, end - start), chosen.offset);
+    if (end - start > 1) sortGroup(sort, slots.subspan(start, end - start), chosen.offset);
     start = end;
   }
 }
 
-bool sortsAfter(const RunContext& run, std::uint32_t a, std::uint32_t b) {
-  return CompareSortEntries(entryOfSlot(run, a), entryOfSlot(run, b), run.sortKeyLength) > 0;
+bool sortsAfter(const SortArea& area, std::uint32_t a, std::uint32_t b) {
+  return compareSortEntries(area.entryOfSlot(a), area.entryOfSlot(b), area.keyLength) > 0;
 }
 
 }  // namespace
 
-void SortTrain(RunContext& run) {
-  std::uint32_t count = 0;
-  while (count < run.sortEntryCapacity) {
-    run.sortPointerArray[count] = count;
-    if (isEndMarker(entryOfSlot(run, count))) break;
-    ++count;
-  }
-  sortGroup(run, {run.sortPointerArray, count}, 0);
+void sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs) {
+  for (std::uint32_t slot = 0; slot <= count; ++slot) area.slots[slot] = slot;
+  auto* const pairArea = reinterpret_cast<SortPair*>(pairs);
+  sortGroup({area, method, pairArea, pairArea + maxPairs}, {area.slots, count}, 0);
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the slot at `last` is exchanged too, reached from `first`
-void ShellSortEntries(const RunContext& run, std::uint32_t* first, std::uint32_t* last) {
+void shellSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last) {
   const auto count = last - first + 1;
   for (auto gap = count / 2; gap > 0; gap /= 2) {
     for (auto i = gap; i < count; ++i) {
-      for (auto j = i; j >= gap && sortsAfter(run, first[j - gap], first[j]); j -= gap)
+      for (auto j = i; j >= gap && sortsAfter(area, first[j - gap], first[j]); j -= gap)
         std::swap(first[j - gap], first[j]);
     }
   }
 }
 
-void QuickSortEntries(const RunContext& run, std::uint32_t* first, std::uint32_t* last) {
+void quickSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last) {
   while (first < last) {
     std::swap(*first, first[(last - first) / 2]);  // the middle one is the pivot
     std::uint32_t* place = first;
     for (std::uint32_t* slot = first + 1; slot <= last; ++slot) {
-      if (sortsAfter(run, *first, *slot)) std::swap(*++place, *slot);
+      if (sortsAfter(area, *first, *slot)) std::swap(*++place, *slot);
     }
     std::swap(*first, *place);
     // The smaller part by recursion, the larger one by the loop: the stack stays small.
     if (place - first < last - place) {
-      QuickSortEntries(run, first, place - 1);
+      quickSortEntries(area, first, place - 1);
       first = place + 1;
     } else {
-      QuickSortEntries(run, place + 1, last);
+      quickSortEntries(area, place + 1, last);
       last = place - 1;
     }
   }

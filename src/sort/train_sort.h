@@ -1,29 +1,34 @@
 // The sort of one train in memory.
 //
-// Entries stay where the scan put them; slots that refer to them are permuted. The order is total (key, then LFA), so
+// Entries stay where the source put them; slots that refer to them are permuted. The order is total (key, then LFA), so
 // the result does not depend on the method.
 #pragma once
 
 #include <cstdint>
-#include <span>
 
-#include "common/run_context.h"
+#include "sort/sort_area.h"
 
 namespace tarnvale {
 
-/// Makes slot k of the pointer array refer to entry k, up to the end marker, whose reference stays behind the last one,
-/// and sorts the slots before it.
-void SortTrain(RunContext& run);
+/// How small groups of entries are sorted.
+enum class SortMethod : std::uint8_t { shellSort, quickSort };
 
-/// The entry that a slot refers to.
-[[nodiscard]] inline std::uint8_t* entryOfSlot(const RunContext& run, std::uint32_t slot) {
-  return run.sortAreaBase + static_cast<std::size_t>(slot) * run.sortEntrySize;
-}
+/// An entry number and bits of its key: what is moved about while a train is sorted.
+struct SortPair {
+  std::uint32_t bits;  // in key order
+  std::uint32_t slot;
+};
+inline constexpr std::size_t maxPairs = 131072;  // two areas of 1 MiB: part of the 4 MiB a run takes besides its buffers
+inline constexpr std::size_t pairBufferSize = 2 * maxPairs * sizeof(SortPair);
+
+/// Makes slot k of the area refer to entry k, for `count` entries and the end marker behind them, and sorts the slots
+/// before it. `pairs` has pairBufferSize bytes.
+void sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs);
 
 /// Shell sort of the slots from `first` to `last`, inclusive.
-void ShellSortEntries(const RunContext& run, std::uint32_t* first, std::uint32_t* last);
+void shellSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last);
 
 /// Quicksort of the slots from `first` to `last`, inclusive. Uses little stack whatever the order.
-void QuickSortEntries(const RunContext& run, std::uint32_t* first, std::uint32_t* last);
+void quickSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last);
 
 }  // namespace tarnvale

@@ -1,0 +1,8 @@
+// The version of the programs.
+#pragma once
+
+namespace tarnvale {
+
+inline constexpr const char* versionText = "Version " TARNVALE_VERSION "  " TARNVALE_RELEASE_DATE;
+
+}  // namespace tarnvale

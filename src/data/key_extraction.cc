@@ -1,0 +1,253 @@
+#include "data/key_extraction.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "common/character_case.h"
+
+namespace tarnvale {
+
+namespace {
+
+constexpr std::uint8_t padding = ' ';
+
+std::uint8_t toUpper(std::uint8_t byte) { return static_cast<std::uint8_t>(upperCaseChar(static_cast<char>(byte))); }
+
+const std::uint8_t* findTab(const std::uint8_t* from, const std::uint8_t* end) {
+  const void* const tab = std::memchr(from, '\t', static_cast<std::size_t>(end - from));
+  return tab != nullptr ? static_cast<const std::uint8_t*>(tab) : end;
+}
+
+// Folds a-z to A-Z, eight bytes at a time: the highest bit of each byte tells whether it is one of them. The last eight
+// bytes may be folded twice, which changes nothing.
+void foldToUpper(std::uint8_t* key, std::size_t length) {
+  constexpr std::uint64_t each = 0x0101010101010101;
+  constexpr std::size_t step = sizeof(std::uint64_t);
+  const auto foldEight = [](std::uint8_t* bytes) {
+    std::uint64_t eight = 0;
+    std::memcpy(&eight, bytes, step);
+    const std::uint64_t low = eight & 0x7F * each;
+    const std::uint64_t fromA = low + (0x80 - 'a') * each;
+    const std::uint64_t beyondZ = low + (0x7F - 'z') * each;
+    const std::uint64_t letters = ~eight & (fromA ^ beyondZ) & 0x80 * each;
+    eight -= letters >> 2;
+    std::memcpy(bytes, &eight, step);
+  };
+  if (length < step) {
+    std::transform(key, key + length, key, toUpper);
+    return;
+  }
+  for (std::size_t i = 0; i + step < length; i += step) foldEight(key + i);
+  foldEight(key + length - step);
+}
+
+// A position in a record that knows its column; it moves forwards only.
+struct ColumnPosition {
+  const std::uint8_t* at;
+  const std::uint8_t* end;
+  const std::uint8_t* tab;  // the first TAB to expand at or behind `at`
+  std::uint32_t column = 0;
+  bool insideTab = false;  // the column is one of the blanks of the TAB at `at`
+
+  ColumnPosition(const RecordBytes& record, bool expandTabs)
+      : at(record.begin), end(record.end), tab(expandTabs ? findTab(record.begin, record.end) : record.end) {}
+
+  // False when the record ends before the column.
+  bool moveTo(std::uint32_t target) {
+    std::uint32_t atColumn = insideTab ? tabColumn_ : column;
+    for (;;) {
+      const auto bytesToTab = static_cast<std::uint32_t>(tab - at);
+      insideTab = false;
+      if (target - atColumn < bytesToTab) {
+        at += target - atColumn;
+        column = target;
+        return true;
+      }
+      at = tab;
+      atColumn += bytesToTab;
+      column = atColumn;
+      if (at == end) return false;
+      const std::uint32_t width = tabWidth - atColumn % tabWidth;
+      if (target - atColumn < width) {
+        insideTab = true;
+        tabColumn_ = atColumn;
+        column = target;
+        return true;
+      }
+      atColumn += width;
+      ++at;
+      column = atColumn;
+      tab = findTab(at, end);
+    }
+  }
+
+ private:
+  std::uint32_t tabColumn_ = 0;  // where the TAB at `at` begins
+};
+
+// The rest of the key, for the columns that the record did not reach.
+void padKey(ColumnWalk& walk, const RecordBytes& record, std::uint32_t column, std::uint8_t* key) {
+  for (;; ++column) {
+    const std::int32_t place = padKeyByte(walk, record.end, column, padding);
+    if (place < 0) return;
+    key[place] = padding;
+  }
+}
+
+// `byte` is the record's byte at the entry's column; for an expression the terms of `column` are compared with the
+// record at `position` first.
+bool conditionHolds(ColumnWalk& walk, const ColumnEntry& entry, const std::uint8_t* position, std::uint32_t column,
+                    std::uint8_t byte) {
+  const bool wantsEqual = (entry.flags & column_flag::equal) != 0;
+  if ((entry.flags & column_flag::term) == 0) return (byte == entry.matchChar) == wantsEqual;
+  evaluateTermsAt(walk.comparison, walk.results, position, column);
+  return evaluateExpression(walk.comparison.selection, walk.results) == wantsEqual;
+}
+
+bool plainConditionHolds(const RecordComparison& comparison, const ColumnEntry& entry, const RecordBytes& record) {
+  const bool wantsEqual = (entry.flags & column_flag::equal) != 0;
+  if ((entry.flags & column_flag::term) != 0) return expressionHoldsFor(comparison, record.begin) == wantsEqual;
+  const std::uint8_t byte = entry.column < record.size() ? record.begin[entry.column] : padding;
+  return (byte == entry.matchChar) == wantsEqual;
+}
+
+void copyRange(const KeyPlan::Range& range, const RecordBytes& record, std::uint8_t* key) {
+  const std::uint32_t size = record.size();
+  if (!range.reversed) {
+    const std::uint32_t present = size > range.column ? std::min(range.length, size - range.column) : 0;
+    if (present > 0) std::memcpy(key, record.begin + range.column, present);
+    if (present < range.length) std::memset(key + present, padding, range.length - present);
+    return;
+  }
+  for (std::uint32_t i = 0; i < range.length; ++i) {
+    const std::uint32_t column = range.column - i;
+    key[i] = column < size ? record.begin[column] : padding;
+  }
+}
+
+}  // namespace
+
+std::int32_t extractKeyByte(ColumnWalk& walk, const std::uint8_t* position, std::uint32_t column, std::uint8_t& byte) {
+  for (;; ++walk.next) {
+    const ColumnEntry& entry = *walk.next;
+    if (entry.keyPosition == ColumnEntry::endOfTable) return keyTableEnd;
+    if (entry.column > column) return keyGap - static_cast<std::int32_t>(entry.column - column);
+    if (entry.column < column) continue;
+    if ((entry.flags & column_flag::condition) != 0) {
+      if (!conditionHolds(walk, entry, position, column, byte)) {
+        walk.matchCount = 0;
+        return keyTestFailed;
+      }
+      ++walk.matchCount;
+    } else if ((entry.flags & column_flag::term) != 0) {
+      evaluateTermsAt(walk.comparison, walk.results, position, column);
+    }
+    if ((entry.flags & column_flag::key) != 0) {
+      if ((entry.flags & column_flag::upperCase) != 0) byte = toUpper(byte);
+      ++walk.next;
+      return entry.keyPosition;
+    }
+  }
+}
+
+std::int32_t padKeyByte(ColumnWalk& walk, const std::uint8_t* position, std::uint32_t column, std::uint8_t byte) {
+  for (;; ++walk.next) {
+    const ColumnEntry& entry = *walk.next;
+    if (entry.keyPosition == ColumnEntry::endOfTable) return keyTableEnd;
+    if ((entry.flags & column_flag::condition) != 0) {
+      if (!conditionHolds(walk, entry, position, column, byte)) {
+        walk.matchCount = 0;
+        return keyTableEnd;
+      }
+      ++walk.matchCount;
+    }
+    if ((entry.flags & column_flag::key) != 0) {
+      ++walk.next;
+      return entry.keyPosition;
+    }
+  }
+}
+
+std::uint32_t walkColumns(const KeyColumns& keys, const RecordComparison& comparison, const RecordBytes& record,
+                          std::uint8_t* key) {
+  ColumnWalk walk{comparison, keys.table.data()};
+  ColumnPosition place(record, comparison.expandTabs);
+  std::uint32_t column = 0;
+  while (place.moveTo(column)) {
+    std::uint8_t byte = place.insideTab ? padding : *place.at;
+    const std::int32_t keyPosition = extractKeyByte(walk, place.at, column, byte);
+    if (keyPosition == keyTableEnd || keyPosition == keyTestFailed) return walk.matchCount;
+    if (keyPosition >= 0) {
+      key[keyPosition] = byte;
+      ++column;
+    } else {
+      column += static_cast<std::uint32_t>(keyGap - keyPosition);
+    }
+  }
+  padKey(walk, record, place.column, key);
+  return walk.matchCount;
+}
+
+std::uint32_t expandedColumns(const RecordBytes& record) {
+  std::uint32_t column = 0;
+  const std::uint8_t* at = record.begin;
+  for (;;) {
+    const std::uint8_t* const tab = findTab(at, record.end);
+    column += static_cast<std::uint32_t>(tab - at);
+    if (tab == record.end) return column;
+    column += tabWidth - column % tabWidth;
+    at = tab + 1;
+  }
+}
+
+KeyPlan makeKeyPlan(const KeyColumns& keys) {
+  KeyPlan plan;
+  plan.keyLength = keys.keyLength;
+  plan.upperCase = keys.upperCase;
+  std::uint32_t keyPosition = 0;
+  for (std::uint32_t i = 0; i < keys.specCount; ++i) {
+    const auto written = static_cast<std::int16_t>(static_cast<std::uint16_t>(keys.specs[i].length));
+    const bool reversed = written <= 0;  // last - first + 1, and a single column gives 1
+    const auto length = static_cast<std::uint32_t>(reversed ? 2 - written : written);
+    plan.ranges[plan.rangeCount++] = {keys.specs[i].start, keyPosition, length, reversed};
+    keyPosition += length;
+  }
+  for (std::uint32_t i = 0; i < keys.entryCount; ++i) {
+    const ColumnEntry& entry = keys.table[i];
+    plan.columnsNeeded = std::max(plan.columnsNeeded, entry.column + 1U);
+    if ((entry.flags & column_flag::term) != 0) plan.hasExpression = true;
+    if ((entry.flags & column_flag::condition) != 0) plan.conditions[plan.conditionCount++] = entry;
+  }
+  return plan;
+}
+
+RecordBytes expandTabs(const KeyPlan& plan, const RecordBytes& record, std::uint8_t* expanded) {
+  std::uint32_t column = 0;
+  const std::uint8_t* at = record.begin;
+  while (at < record.end && column < plan.columnsNeeded) {
+    const std::uint8_t* const tab = findTab(at, record.end);
+    const std::uint32_t length = std::min(static_cast<std::uint32_t>(tab - at), plan.columnsNeeded - column);
+    std::memcpy(expanded + column, at, length);
+    column += length;
+    if (tab == record.end || column == plan.columnsNeeded) break;
+    const std::uint32_t width = std::min(tabWidth - column % tabWidth, plan.columnsNeeded - column);
+    std::memset(expanded + column, padding, width);
+    column += width;
+    at = tab + 1;
+  }
+  return {expanded, expanded + column};
+}
+
+std::uint32_t copyKeyRanges(const KeyPlan& plan, const RecordComparison& comparison, const RecordBytes& record,
+                            std::uint8_t* key) {
+  for (std::uint32_t i = 0; i < plan.conditionCount; ++i) {
+    if (!plainConditionHolds(comparison, plan.conditions[i], record)) return 0;
+  }
+  for (std::uint32_t i = 0; i < plan.rangeCount; ++i) {
+    copyRange(plan.ranges[i], record, key + plan.ranges[i].keyPosition);
+  }
+  if (plan.upperCase) foldToUpper(key, plan.keyLength);
+  return plan.conditionCount;
+}
+
+}  // namespace tarnvale

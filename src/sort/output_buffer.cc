@@ -1,0 +1,34 @@
+#include "sort/output_buffer.h"
+
+#include "common/posix_file.h"
+
+namespace tarnvale {
+
+void aimOutput(OutputBuffer& output, FileRole file, int fd) {
+  output.next = output.base;
+  output.file = file;
+  output.fd = fd;
+}
+
+bool flushOutput(OutputBuffer& output) {
+  const std::size_t size = outputBufferSize - output.room();
+  output.next = output.base;
+  return writeAll(output.fd, output.base, size);
+}
+
+bool putThroughFullBuffer(OutputBuffer& output, const void* bytes, std::size_t size) {
+  const auto* source = static_cast<const std::uint8_t*>(bytes);
+  while (size >= output.room()) {
+    const std::size_t part = output.room();
+    std::memcpy(output.next, source, part);
+    output.next += part;
+    source += part;
+    size -= part;
+    if (!flushOutput(output)) return false;
+  }
+  std::memcpy(output.next, source, size);
+  output.next += size;
+  return true;
+}
+
+}  // namespace tarnvale
