@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "data/plain_scan.h"
+
 namespace tarnvale {
 
 namespace {
@@ -212,15 +214,9 @@ Step findRecord(const ScanContext& scan, FoundRecord& found) {
   return findTextRecord(scan, found);
 }
 
-// True when a TAB of the record stands for blanks. A block without TABs is searched once, not once per record.
+// True when a TAB of the record stands for blanks.
 bool hasTabToExpand(Scanner& scanner, const RecordBytes& record) {
-  if (!scanner.expandsTabs) return false;
-  if (scanner.nextTab == nullptr || scanner.nextTab < record.begin) {
-    const std::uint8_t* const end = scanner.blocks.blockEnd;
-    const void* const tab = std::memchr(record.begin, '\t', static_cast<std::size_t>(end - record.begin));
-    scanner.nextTab = tab != nullptr ? static_cast<const std::uint8_t*>(tab) : end;
-  }
-  return scanner.nextTab < record.end;
+  return scanner.expandsTabs && findNextTab(scanner, record.begin) < record.end;
 }
 
 // Extracts the key. True when the record is selected.
@@ -274,6 +270,15 @@ ScanResult resultOf(Step step) {
 
 }  // namespace
 
+const std::uint8_t* findNextTab(Scanner& scanner, const std::uint8_t* from) {
+  if (scanner.nextTab == nullptr || scanner.nextTab < from) {
+    const std::uint8_t* const end = scanner.blocks.blockEnd;
+    const void* const tab = std::memchr(from, '\t', static_cast<std::size_t>(end - from));
+    scanner.nextTab = tab != nullptr ? static_cast<const std::uint8_t*>(tab) : end;
+  }
+  return scanner.nextTab;
+}
+
 bool startScan(Scanner& scanner, const Settings& settings, const RecordFormat& format, int fd, std::uint8_t* buffer,
                Messages& messages) {
   scanner = {};
@@ -295,7 +300,12 @@ ScannedTrain createSubList(Scanner& scanner, const EntryArea& area, Messages& me
   std::uint8_t* entry = area.first;
   const std::uint8_t* const areaEnd = entry + static_cast<std::size_t>(area.room) * area.entrySize;
   Step step = Step::goOn;
+  const bool plain = mayScanPlainRecords(scanner);
   while (entry != areaEnd) {
+    if (plain && scanner.blocks.cursor < scanner.blocks.blockEnd) {
+      entry = scanPlainRecords(scanner, area, entry, areaEnd);
+      if (entry == areaEnd) break;
+    }
     FoundRecord found;
     step = findRecord(scan, found);
     if (step == Step::skip) continue;
