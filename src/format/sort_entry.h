@@ -39,7 +39,7 @@ struct EntryArea {
 
 /// Copies a short piece of memory. Up to 32 bytes, which most entries and keys have, are copied as two pieces that may
 /// overlap, without a call.
-inline void copyShort(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
+[[gnu::always_inline]] inline void copyShort(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
   const auto copyEnds = [&]<std::size_t piece>(std::integral_constant<std::size_t, piece>) {
     std::array<std::uint8_t, piece> front;
     std::array<std::uint8_t, piece> back;
