@@ -38,8 +38,11 @@ struct TrainSort {
   SortMethod method;
   SortPair* pairs;
   SortPair* otherPairs;
+  std::uint64_t* prefixes;  // in the place of the other pairs, before these are made
 
-  [[nodiscard]] const std::uint8_t* keyOf(std::uint32_t slot) const { return entryKey(area.entryOfSlot(slot)); }
+  [[nodiscard]] std::uint64_t prefixOf(std::uint32_t slot, std::uint32_t offset) const {
+    return loadKeyPrefix(entryKey(area.entryOfSlot(slot)) + offset);
+  }
 };
 
 // Which bits of the keys a step looks at, out of 8 bytes from `offset` on.
@@ -48,13 +51,13 @@ struct KeyBits {
     unsigned shift;
     unsigned width;
   };
-  std::uint32_t offset = 0;  // in the key; the keys are equal before it
+  std::uint32_t offset = 0;     // in the key
+  std::uint32_t equalUpTo = 0;  // the keys are equal before this byte
   std::array<Part, 8> parts{};
   std::size_t partCount = 0;
   unsigned total = 0;  // 0: the keys do not differ
 
-  [[nodiscard]] std::uint32_t gather(const std::uint8_t* key) const {
-    const std::uint64_t prefix = loadKeyPrefix(key + offset);
+  [[nodiscard]] std::uint32_t gather(std::uint64_t prefix) const {
     std::uint32_t bits = 0;
     for (std::size_t i = 0; i < partCount; ++i) {
       const auto part = static_cast<std::uint32_t>(prefix >> parts[i].shift);
@@ -64,24 +67,38 @@ struct KeyBits {
   }
 };
 
-// The bits in which the keys differ, in the 8 bytes from `offset` on.
+// The bits in which the keys differ, in the 8 bytes from `offset` on. Where pairs will be made, these bytes are kept:
+// fetching the entries is what takes the time.
 std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t offset) {
-  const std::uint64_t first = loadKeyPrefix(sort.keyOf(slots.front()) + offset);
+  const std::uint64_t first = sort.prefixOf(slots.front(), offset);
   std::uint64_t differing = 0;
-  for (const std::uint32_t slot : slots) differing |= loadKeyPrefix(sort.keyOf(slot) + offset) ^ first;
+  if (slots.size() <= maxPairs) {
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+      const std::uint64_t prefix = sort.prefixOf(slots[i], offset);
+      sort.prefixes[i] = prefix;
+      differing |= prefix ^ first;
+    }
+  } else {
+    for (const std::uint32_t slot : slots) differing |= sort.prefixOf(slot, offset) ^ first;
+  }
   return differing & keyPrefixMask(sort.area.keyLength, offset);
 }
 
 // Chooses up to `wanted` bits from the first byte that differs on. All bits of a byte below its highest differing one
 // are taken, or, where that is too many, the upper ones of these: the number orders as the bytes do.
 KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset, unsigned wanted) {
+  constexpr std::uint32_t fewEqualBytes = 4;  // enough of the 8 bytes are left behind them
   KeyBits chosen;
   std::uint64_t differing = 0;
   for (; offset < sort.area.keyLength && differing == 0; offset += 8) differing = differingBits(sort, slots, offset);
   if (differing == 0) return chosen;
   const auto equalBytes = static_cast<std::uint32_t>(std::countl_zero(differing)) / 8;
-  chosen.offset = offset - 8 + equalBytes;
-  if (equalBytes > 0) differing = differingBits(sort, slots, chosen.offset);
+  chosen.offset = offset - 8;
+  chosen.equalUpTo = chosen.offset + equalBytes;
+  if (equalBytes > fewEqualBytes) {
+    chosen.offset = chosen.equalUpTo;
+    differing = differingBits(sort, slots, chosen.offset);
+  }
   for (unsigned low = 56; chosen.total < wanted; low -= 8) {
     const auto span = static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing >> low)));
     const unsigned width = std::min(span, wanted - chosen.total);
@@ -114,7 +131,7 @@ void distribute(std::span<const SortPair> from, SortPair* to, unsigned shift, Hi
 void orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
   std::array<Histogram, 2> counts{};
   for (std::size_t i = 0; i < slots.size(); ++i) {
-    const std::uint32_t bits = chosen.gather(sort.keyOf(slots[i]));
+    const std::uint32_t bits = chosen.gather(sort.prefixes[i]);
     sort.pairs[i] = {bits, slots[i]};
     ++counts[0][bits & (digitValues - 1)];
     ++counts[1][bits >> digitBits];
@@ -136,7 +153,7 @@ void orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
 void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen, unsigned slotBits) {
   std::array<std::uint32_t, digitValues + 1> partEnd{};
   for (std::uint32_t& slot : slots) {
-    const std::uint32_t bits = chosen.gather(sort.keyOf(slot));
+    const std::uint32_t bits = chosen.gather(sort.prefixOf(slot, chosen.offset));
     ++partEnd[bits];
     slot |= bits << slotBits;
   }
@@ -196,7 +213,7 @@ void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
     slots[start] &= ~groupStart;
     std::size_t end = start + 1;
     while (end < slots.size() && (slots[end] & groupStart) == 0) ++end;
-    if (end - start > 1) sortGroup(sort, slots.subspan(start, end - start), chosen.offset);
+    if (end - start > 1) sortGroup(sort, slots.subspan(start, end - start), chosen.equalUpTo);
     start = end;
   }
 }
@@ -210,7 +227,8 @@ bool sortsAfter(const SortArea& area, std::uint32_t a, std::uint32_t b) {
 void sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs) {
   for (std::uint32_t slot = 0; slot <= count; ++slot) area.slots[slot] = slot;
   auto* const pairArea = reinterpret_cast<SortPair*>(pairs);
-  sortGroup({area, method, pairArea, pairArea + maxPairs}, {area.slots, count}, 0);
+  auto* const otherPairs = pairArea + maxPairs;
+  sortGroup({area, method, pairArea, otherPairs, reinterpret_cast<std::uint64_t*>(otherPairs)}, {area.slots, count}, 0);
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the slot at `last` is exchanged too, reached from `first`
