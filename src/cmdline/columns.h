@@ -67,8 +67,8 @@ inline constexpr std::size_t maxSelectionTerms = 24;
 
 /// The `p` options: simple conditions stand in the column table, an expression here.
 struct Selection {
-  char mode = 0;                                                 // the last p option: 0 none, 'p' simple, 'P' expression
-  std::uint32_t optionCount = 0;                                 // conditions that a record has to meet
+  char mode = 0;                  // the last p option: 0 none, 'p' simple, 'P' expression
+  std::uint32_t optionCount = 0;  // conditions that a record has to meet
   std::array<PrimaryCondition, maxPrimaryOptions> conditions{};  // ascending by position, for the index header
   std::uint32_t conditionCount = 0;
   std::array<SelectionTerm, maxSelectionTerms> terms{};

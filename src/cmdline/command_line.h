@@ -24,7 +24,6 @@ struct ParsedCommand {
 /// read: the place where the work files are made; its failure ends the parsing. A failure is one code; where the code
 /// has no fixed text, its message is in the messages' buffer. -12: the usage text is asked for.
 [[nodiscard]] ParsedCommand parseCommandLine(std::string_view commandLine, const Environment& environment,
-                                             Messages& messages,
-                                             FunctionRef<StatusCode(const Settings&)> afterFields);
+                                             Messages& messages, FunctionRef<StatusCode(const Settings&)> afterFields);
 
 }  // namespace tarnvale

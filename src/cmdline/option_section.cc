@@ -101,7 +101,8 @@ StatusCode takeBinaryWithEor(Settings& settings, OptionText& text) {
 
 StatusCode takePrimary(Settings& settings, OptionText& text) {
   if (parsePrimaryOption(settings.keys, settings.selection, text)) return status::success;
-  return settings.selection.optionCount >= maxPrimaryOptions ? status::tooManyPrimaryOptions : status::invalidPrimaryOption;
+  return settings.selection.optionCount >= maxPrimaryOptions ? status::tooManyPrimaryOptions
+                                                             : status::invalidPrimaryOption;
 }
 
 StatusCode takeUpperCase(Settings& settings, OptionText& /*text*/) {

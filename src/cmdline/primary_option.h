@@ -9,8 +9,8 @@
 
 namespace tarnvale {
 
-/// Reads one option, from the character behind the letter p on, into the column table and the selection. False when it is wrong, or when ten options were given before; the position then is
-/// somewhere inside the option.
+/// Reads one option, from the character behind the letter p on, into the column table and the selection. False when it
+/// is wrong, or when ten options were given before; the position then is somewhere inside the option.
 [[nodiscard]] bool parsePrimaryOption(KeyColumns& keys, Selection& selection, OptionText& text);
 
 }  // namespace tarnvale

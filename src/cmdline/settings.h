@@ -9,8 +9,8 @@
 namespace tarnvale {
 
 struct Settings {
-  FileName dataName;   // as written; for c, i and r the index
-  FileName indexName;  // as written
+  FileName dataName;                                 // as written; for c, i and r the index
+  FileName indexName;                                // as written
   FixedText<maxCommandLine + 32> storedCommandLine;  // data,index,rest of the command line
   FixedText<256> tempPath;                           // directory of the work files, empty: TMPDIR or /tmp
   std::uint32_t recordLength = 0;                    // bytes without the end-of-record mark; 0: not given
@@ -22,14 +22,14 @@ struct Settings {
   bool reindex = false;
 
   bool variableLength = false;
-  bool spaceCompression = false;        // records may hold TABs that stand for blanks
-  bool tabExpansion = true;             // a TAB stands for blanks up to the next multiple of 8
-  bool binaryRecords = false;           // of one length, all bytes are data
-  bool binaryWithEor = false;           // they end with a mark that is checked
-  bool markless = false;                // option f: no mark is counted with a length
-  bool recordNumberAddressing = true;   // the index addresses records by number instead of by byte offset
-  bool quitIfNoData = false;            // a missing data file is a failure instead of being created
-  bool recordCountEnabled = true;       // progress lines count records
+  bool spaceCompression = false;       // records may hold TABs that stand for blanks
+  bool tabExpansion = true;            // a TAB stands for blanks up to the next multiple of 8
+  bool binaryRecords = false;          // of one length, all bytes are data
+  bool binaryWithEor = false;          // they end with a mark that is checked
+  bool markless = false;               // option f: no mark is counted with a length
+  bool recordNumberAddressing = true;  // the index addresses records by number instead of by byte offset
+  bool quitIfNoData = false;           // a missing data file is a failure instead of being created
+  bool recordCountEnabled = true;      // progress lines count records
 
   bool noDuplicates = false;
   bool ignoreDuplicates = false;  // duplicate keys are dropped instead of failing

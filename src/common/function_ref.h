@@ -15,9 +15,9 @@ template <typename Result, typename... Arguments>
 class FunctionRef<Result(Arguments...)> {
  public:
   template <typename Callable>
-    requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>)
-  // NOLINTNEXTLINE(google-explicit-constructor,hicpp-explicit-conversions): a lambda is passed as it is
-  FunctionRef(Callable&& callable)
+  requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>)
+      // NOLINTNEXTLINE(google-explicit-constructor,hicpp-explicit-conversions): a lambda is passed as it is
+      FunctionRef(Callable&& callable)
       : object_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call_([](void* object, Arguments... arguments) -> Result {
           return (*static_cast<std::remove_reference_t<Callable>*>(object))(std::forward<Arguments>(arguments)...);

@@ -82,8 +82,8 @@ int createFile(const char* name, std::initializer_list<int> keep) {
   if (created >= 0) return created;
   int existing = ::open(name, O_RDWR | O_NONBLOCK | O_CLOEXEC);
   if (existing < 0) return -1;
-  const bool kept = !isRegularFile(existing) ||
-                    std::ranges::any_of(keep, [existing](int fd) { return isSameFile(existing, fd); });
+  const bool kept =
+      !isRegularFile(existing) || std::ranges::any_of(keep, [existing](int fd) { return isSameFile(existing, fd); });
   if (!kept && ::ftruncate(existing, 0) == 0) return existing;
   closeFile(existing);
   errno = EEXIST;

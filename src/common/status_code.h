@@ -1,5 +1,6 @@
 // Status codes: the published numbers of failures. 0 is success. Each is unique within a phase of a run (command line,
-// build, compaction); the driver turns it into the message of that phase. Below a phase rooms have results of their own.
+// build, compaction); the driver turns it into the message of that phase. Below a phase rooms have results of their
+// own.
 #pragma once
 
 #include <cstdint>

@@ -28,7 +28,8 @@ void releaseFile(TrackedFile& file, RunEnd end) {
   if (!file.isOpen()) return;
   const bool failed = end == RunEnd::failure;
   const bool discarded = failed && file.atEnd == AtEnd::discardAfterFailure;
-  const bool removed = discarded || file.atEnd == AtEnd::removeAlways || (failed && file.atEnd == AtEnd::removeAfterFailure);
+  const bool removed =
+      discarded || file.atEnd == AtEnd::removeAlways || (failed && file.atEnd == AtEnd::removeAfterFailure);
   if (discarded) static_cast<void>(::ftruncate(file.fd, 0));
   closeTracked(file);
   if (removed) ::unlink(file.name.c_str());

@@ -51,8 +51,8 @@ struct TrackedFiles {
 
 enum class RunEnd : std::uint8_t { success, failure };
 
-/// Opens the file of the name, with the access O_RDONLY or O_RDWR. Only a regular file will do; a pipe of that name does
-/// not stop the run. Holds interrupts.
+/// Opens the file of the name, with the access O_RDONLY or O_RDWR. Only a regular file will do; a pipe of that name
+/// does not stop the run. Holds interrupts.
 [[nodiscard]] bool openRegular(TrackedFile& file, int access);
 
 /// Writes the collected lines and closes the file. False when either failed; nothing to do for a closed one.

@@ -50,9 +50,8 @@ BlockResult fillInputBuffer(BlockReader& reader, Messages& messages) {
       return BlockResult::readFailed;
     }
     if (messages.debugMode) {
-      putFormatted(messages,
-                   "\nfillInputBuffer(2):\n Retry:%d  At location:0x%.8lX  Bytes read was:%d Should be:%d\n", retries,
-                   static_cast<unsigned long>(static_cast<std::uint32_t>(reader.position)),
+      putFormatted(messages, "\nfillInputBuffer(2):\n Retry:%d  At location:0x%.8lX  Bytes read was:%d Should be:%d\n",
+                   retries, static_cast<unsigned long>(static_cast<std::uint32_t>(reader.position)),
                    static_cast<int>(found.length), static_cast<int>(inputBlockSize));
     }
   }

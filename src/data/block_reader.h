@@ -1,8 +1,8 @@
 // The data file in blocks of 65,536 bytes.
 //
-// The input buffer has three regions. A block lies in the middle. Behind it, up to 299 bytes of the file are read ahead, so
-// that a mark of two bytes and a compared string are seen whole. In front of it is room for the beginning of a record
-// that goes on in the next block: it is moved there, so that every record lies in one piece.
+// The input buffer has three regions. A block lies in the middle. Behind it, up to 299 bytes of the file are read
+// ahead, so that a mark of two bytes and a compared string are seen whole. In front of it is room for the beginning of
+// a record that goes on in the next block: it is moved there, so that every record lies in one piece.
 //
 //   | carry, 65,536 bytes | block, 65,536 bytes | read-ahead, 299 bytes |
 #pragma once
@@ -22,10 +22,10 @@ inline constexpr std::size_t inputBufferSize = inputCarrySize + inputBlockSize +
 
 /// Where the reading of a data file stands.
 struct BlockReader {
-  int fd = -1;                     // of the data file; not owned
-  bool binary = false;             // a Ctrl-Z at the end is data
-  std::uint8_t* buffer = nullptr;  // inputBufferSize bytes; not owned
-  std::uint64_t position = 0;      // data file offset of the next block
+  int fd = -1;                                 // of the data file; not owned
+  bool binary = false;                         // a Ctrl-Z at the end is data
+  std::uint8_t* buffer = nullptr;              // inputBufferSize bytes; not owned
+  std::uint64_t position = 0;                  // data file offset of the next block
   const std::uint8_t* cursor = nullptr;        // next byte of the block
   const std::uint8_t* blockEnd = nullptr;      // behind the last byte that counts
   const std::uint8_t* readAheadEnd = nullptr;  // behind the last byte in memory: at most 299 bytes further

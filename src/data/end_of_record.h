@@ -20,8 +20,8 @@ enum class EorConvention : std::uint8_t { cr, crLf, lf, lfCr, systemDefault, not
 /// Reads the file backwards from its end, chunk by chunk through the buffer. The last mark of the file decides and goes
 /// to `mark`; a file without one leaves `mark` alone: systemDefault. sizeUnknown: the file cannot be measured or read.
 /// Where `lastLength` is given it becomes the length of the last record, its mark included, saturated beyond any
-/// record, or stays 0 when the file has none; otherwise the search looks no further back than one chunk (the buffer less
-/// one byte).
+/// record, or stays 0 when the file has none; otherwise the search looks no further back than one chunk (the buffer
+/// less one byte).
 [[nodiscard]] EorConvention detectEndOfRecord(int fd, std::span<std::uint8_t> buffer, EndOfRecordMark& mark,
                                               std::uint32_t* lastLength);
 

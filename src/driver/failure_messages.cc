@@ -73,9 +73,7 @@ void putOutputFailure(const FailedRun& run) {
 }
 
 void putMessageBuffer(const FailedRun& run) { putMessage(run.messages, run.messages.buffer); }
-void putRecordTooLong(const FailedRun& run) {
-  putMessage(run.messages, "A record longer than 65533 bytes was found.");
-}
+void putRecordTooLong(const FailedRun& run) { putMessage(run.messages, "A record longer than 65533 bytes was found."); }
 void putNothing(const FailedRun& /*run*/) {}
 
 struct FailureRow {

@@ -4,6 +4,7 @@
 
 #include "common/character_case.h"
 #include "common/version.h"
+#include "driver/usage.h"
 
 namespace tarnvale {
 
@@ -19,6 +20,15 @@ void useLogFile(Messages& messages, const char* name, const char* mode) {
 }
 
 }  // namespace
+
+bool answerQuestion(Arguments arguments, std::FILE* output) {
+  const std::string_view question = arguments.size() == 2 ? arguments[1] : "";
+  Messages messages;
+  messages.stream = output;
+  if (question == "--help") showUsage(messages);
+  if (question == "--version") putComposed(messages, {"tarnvale  ", versionText, "\n"});
+  return question == "--help" || question == "--version";
+}
 
 void openMessages(Messages& messages, std::FILE* output, Arguments& arguments) {
   messages.stream = output;

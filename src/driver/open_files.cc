@@ -17,8 +17,8 @@ StatusCode openForCompaction(RunContext& run, const FileNaming& naming) {
   FileNameParts indexParts;
   StatusCode status = openIndexToCompact(run.files, run.messages, run.settings, naming, inputParts);
   if (status == status::success) {
-    status = openIndexFile(run.files, run.messages, run.settings, naming, inputParts, indexParts,
-                           run.compaction.inPlace);
+    status =
+        openIndexFile(run.files, run.messages, run.settings, naming, inputParts, indexParts, run.compaction.inPlace);
   }
   return status;
 }

@@ -183,9 +183,8 @@ using LastMessage = FixedText<240>;
 // What is still to be said of the run.
 LastMessage lastMessageOf(const Ending& ending, StatusCode result, const ClockText& startTime) {
   LastMessage message;
-  const std::string_view text = ending.inDeclaredFormat
-                                    ? ""
-                                    : "Data file is not in the correct format.  Index file will be deleted.\n";
+  const std::string_view text =
+      ending.inDeclaredFormat ? "" : "Data file is not in the correct format.  Index file will be deleted.\n";
   static_cast<void>(message.join(ending.outputClosed ? "" : "Close(outfile) failed.\n",
                                  ending.inputClosed ? "" : "Close(infile) failed.\n", text));
   if (result == status::success) static_cast<void>(message.append(timingLine(startTime)));
@@ -257,6 +256,7 @@ StatusCode carryOut(RunContext& run, Arguments arguments) {
 StatusCode runUtility(RunContext& run, int argc, char* const* argv, std::FILE* output) {
   run = RunContext{};
   const Arguments arguments(argv, static_cast<std::size_t>(argc));
+  if (answerQuestion(arguments, output)) return status::success;
   Arguments remaining = arguments.subspan(arguments.empty() ? 0 : 1);
   openMessages(run.messages, output, remaining);
   run.files.messageFd = ::fileno(run.messages.stream);

@@ -104,11 +104,11 @@ static_assert(offsetof(IsiHeader, dataFileName) == 240 && offsetof(IsiHeader, st
 /// The header of an older layout, of which only the command line is read.
 struct OldIsiHeader {
   std::array<char, 52> unused0;
-  std::uint8_t check;                        //   52
-  std::uint8_t checkComplement;              //   53
-  std::array<char, 74> unused54;             //   54
-  std::array<char, 256> storedCommandLine;   //  128  NUL-terminated, unless it fills the field
-  std::array<char, 640> unused384;           //  384
+  std::uint8_t check;                       //   52
+  std::uint8_t checkComplement;             //   53
+  std::array<char, 74> unused54;            //   54
+  std::array<char, 256> storedCommandLine;  //  128  NUL-terminated, unless it fills the field
+  std::array<char, 640> unused384;          //  384
 };
 static_assert(sizeof(OldIsiHeader) == sizeof(IsiHeader) && offsetof(OldIsiHeader, check) == 52);
 static_assert(offsetof(OldIsiHeader, storedCommandLine) == 128);

@@ -46,10 +46,8 @@ struct WalkFailure {
   StatusCode code;
 };
 constexpr WalkFailure walkFailures[] = {
-    {IndexResult::notAnIndex, status::notAnIndex},
-    {IndexResult::versionUnknown, status::indexVersionUnknown},
-    {IndexResult::nodeMissing, status::nodeNotRead},
-    {IndexResult::nodeNotRead, status::nodeNotRead},
+    {IndexResult::notAnIndex, status::notAnIndex},   {IndexResult::versionUnknown, status::indexVersionUnknown},
+    {IndexResult::nodeMissing, status::nodeNotRead}, {IndexResult::nodeNotRead, status::nodeNotRead},
     {IndexResult::treeTooDeep, status::pathTooDeep},
 };
 
@@ -89,11 +87,11 @@ struct LockText {
 };
 constexpr LockText lockTexts[] = {
     {LockResult::notOpened, "Unable to open ISI data file in exclusive mode: ", "Unable to open ISI data file: "},
-    {LockResult::accessRefused, "Unable to exclusive lock for ISI data file: ",
-     "Unable to set share lock for ISI data file: "},
+    {LockResult::accessRefused,
+     "Unable to exclusive lock for ISI data file: ", "Unable to set share lock for ISI data file: "},
     {LockResult::updateRefused, "Unable to lock ISI data file: ", "Unable to lock ISI data file: "},
-    {LockResult::dataFileTruncated, "Unexpected file size truncated for ISI data file: ",
-     "Unexpected file size truncated for ISI data file: "},
+    {LockResult::dataFileTruncated,
+     "Unexpected file size truncated for ISI data file: ", "Unexpected file size truncated for ISI data file: "},
 };
 
 Failure lockDataFile(const CompactContext& compact) {
@@ -133,6 +131,8 @@ FilledTrain fillTrainFromIndex(Compaction& compaction, const EntryArea& area, In
     place += area.entrySize;
   }
   writeEndMarker(place, area.entrySize);
+  filled.done = compaction.cursor.nodesEntered;
+  filled.total = compaction.cursor.nodesInFile;
   if (result == IndexResult::endOfIndex) filled.state = FilledTrain::State::last;
   if (result != IndexResult::done && result != IndexResult::endOfIndex) filled.state = FilledTrain::State::failed;
   return filled;
@@ -183,12 +183,12 @@ Failure writeHeaderArea(const CompactContext& compact) {
 Failure mergeIntoTree(const CompactContext& compact, std::uint32_t deletedCount) {
   TrackedFile& errorFile = compact.files[FileRole::errorFile];
   TreeResult inserted = TreeResult::done;
-  const MergeProgress progress{compact.settings.recordCountEnabled};
   const SortResult result =
-      doFancyMerge(compact.sorter, compact.files, compact.messages, progress, [&](const std::uint8_t* entry) {
-        inserted = writeTagRecord(compact.builder, entry, compact.settings, errorFile, compact.messages);
-        return inserted == TreeResult::done;
-      });
+      doFancyMerge(compact.sorter, compact.files, compact.messages, compact.settings.recordCountEnabled,
+                   [&](const std::uint8_t* entry) {
+                     inserted = writeTagRecord(compact.builder, entry, compact.settings, errorFile, compact.messages);
+                     return inserted == TreeResult::done;
+                   });
   if (result == SortResult::done) {
     putRecordCount(compact.messages, compact.sorter.delivered, deletedCount);
     return {};

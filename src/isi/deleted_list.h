@@ -12,10 +12,10 @@
 namespace tarnvale {
 
 struct DeletedList {
-  DeletedRecordNode pending{};             // the node being filled
-  std::uint32_t headPointer = noPointer;   // of the last full node written; when the list is finished, of its first
-  bool kept = true;                        // off with options w, v and s: nothing is kept
-  std::uint64_t positionUnit = 1;          // bytes of a position: a record, or one
+  DeletedRecordNode pending{};            // the node being filled
+  std::uint32_t headPointer = noPointer;  // of the last full node written; when the list is finished, of its first
+  bool kept = true;                       // off with options w, v and s: nothing is kept
+  std::uint64_t positionUnit = 1;         // bytes of a position: a record, or one
 };
 
 /// Adds the record at the LFA. False, and a message, when a full node could not be written.

@@ -11,8 +11,8 @@ namespace tarnvale {
 
 enum class ListCopyResult : std::uint8_t {
   done,
-  damaged,      // a node cannot be read, is none, or the list has no end
-  notWritten,   // a message was printed
+  damaged,     // a node cannot be read, is none, or the list has no end
+  notWritten,  // a message was printed
 };
 
 /// Walks the list, where one is kept, before anything is overwritten.

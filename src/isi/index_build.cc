@@ -63,11 +63,11 @@ Failure mergeIntoTree(const Settings& settings, const Scanner& scanner, Sorter& 
   builder.tree.recordLength = scanner.recordLimit;
   TrackedFile& errorFile = files[FileRole::errorFile];
   TreeResult inserted = TreeResult::done;
-  const MergeProgress progress{settings.recordCountEnabled};
-  const SortResult result = doFancyMerge(sorter, files, messages, progress, [&](const std::uint8_t* entry) {
-    inserted = writeTagRecord(builder, entry, settings, errorFile, messages);
-    return inserted == TreeResult::done;
-  });
+  const SortResult result =
+      doFancyMerge(sorter, files, messages, settings.recordCountEnabled, [&](const std::uint8_t* entry) {
+        inserted = writeTagRecord(builder, entry, settings, errorFile, messages);
+        return inserted == TreeResult::done;
+      });
   return result == SortResult::sinkFailed ? failureOf(inserted, sorter) : failureOf(result, sorter);
 }
 
@@ -129,6 +129,7 @@ Failure failureOf(SortResult result, const Sorter& sorter) {
 Failure sortPhase(Scanner& scanner, Sorter& sorter, DeletedRecordSink deleted, const TrackedFiles& files,
                   Messages& messages) {
   Failure failure;
+  const std::uint64_t fileLength = fileSize(scanner.blocks.fd).value_or(0);
   const auto scanTrain = [&](const EntryArea& area) -> FilledTrain {
     const ScannedTrain train = createSubList(scanner, area, messages, deleted);
     failure = failureOf(train.result, scanner);
@@ -138,7 +139,7 @@ Failure sortPhase(Scanner& scanner, Sorter& sorter, DeletedRecordSink deleted, c
     }
     if (!failure.none()) return {FilledTrain::State::failed, 0};
     const bool last = train.result == ScanResult::inputExhausted;
-    return {last ? FilledTrain::State::last : FilledTrain::State::more, train.entries};
+    return {last ? FilledTrain::State::last : FilledTrain::State::more, train.entries, scanner.bytesRead(), fileLength};
   };
   const SortResult result = formTrains(sorter, files, messages, scanTrain);
   return result == SortResult::sourceFailed ? failure : failureOf(result, sorter);

@@ -26,8 +26,7 @@ IndexResult findInBlock(IndexCursor& cursor, std::uint32_t pointer, const IsiNod
   if (offset < headerAreaSize) return IndexResult::inconsistent;
   if (offset < cursor.blockStart || offset >= cursor.blockStart + cursor.blockLength) {
     cursor.blockStart = offset - offset % IndexCursor::blockSize;
-    const ssize_t count =
-        readAt(cursor.handle->fd, cursor.block.data(), IndexCursor::blockSize, cursor.blockStart);
+    const ssize_t count = readAt(cursor.handle->fd, cursor.block.data(), IndexCursor::blockSize, cursor.blockStart);
     cursor.blockLength = count > 0 ? static_cast<std::uint64_t>(count) : 0;
     if (count < 0) return IndexResult::nodeNotRead;
   }

@@ -105,8 +105,8 @@ StatusCode openIndexFile(TrackedFiles& files, Messages& messages, const Settings
     if (status != status::success) return status;
   }
   if (messages.debugMode) {
-    putComposed(messages, {settings.compact ? "Compact mode using " : "Created ", fileName(index.name),
-                           " as output file\n"});
+    putComposed(messages,
+                {settings.compact ? "Compact mode using " : "Created ", fileName(index.name), " as output file\n"});
   }
   return status::success;
 }

@@ -11,9 +11,9 @@ namespace tarnvale {
 
 /// Where an index goes. The first node that is appended lies behind the header area.
 struct IndexOutput {
-  OutputBuffer buffer;         // over the memory that the sorter's buffer uses too: one of them is empty
-  bool recordNumbers = true;   // node pointers are node numbers
-  bool byteSwapped = false;    // the index is big-endian
+  OutputBuffer buffer;        // over the memory that the sorter's buffer uses too: one of them is empty
+  bool recordNumbers = true;  // node pointers are node numbers
+  bool byteSwapped = false;   // the index is big-endian
   std::uint32_t entrySize = 0;
   std::uint32_t lastNodePointer = 0;  // of the node appended last
 

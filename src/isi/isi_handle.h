@@ -10,14 +10,14 @@ namespace tarnvale {
 /// What an operation on an existing index comes to.
 enum class IndexResult : std::uint8_t {
   done,
-  endOfIndex,      // the cursor is behind the last entry, or before the first
-  notAnIndex,      // the header area is short, without its magic, or has a geometry that no index has
+  endOfIndex,  // the cursor is behind the last entry, or before the first
+  notAnIndex,  // the header area is short, without its magic, or has a geometry that no index has
   versionUnknown,
-  nodeMisplaced,   // a pointer to no multiple of 512
-  nodeNotRead,     // the system reports a failure
-  nodeMissing,     // the file ends before or inside the node
-  treeTooDeep,     // more than 19 nodes above the current one
-  inconsistent,    // counts, order or pointers that no tree has
+  nodeMisplaced,  // a pointer to no multiple of 512
+  nodeNotRead,    // the system reports a failure
+  nodeMissing,    // the file ends before or inside the node
+  treeTooDeep,    // more than 19 nodes above the current one
+  inconsistent,   // counts, order or pointers that no tree has
   deletedNodeUnsigned,
   deletedNodeCountWrong,  // 0, or above 126
   notWritten,

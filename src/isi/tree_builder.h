@@ -17,11 +17,11 @@ namespace tarnvale {
 /// The right edge of a tree, one node image per level, and what was met on the way.
 struct TreeBuilder {
   std::uint32_t keyLength = 0;
-  std::uint32_t entrySize = 0;   // key length + 12 rounded up to a multiple of 4
-  std::uint32_t fillLimit = 0;   // entries that fill a node
+  std::uint32_t entrySize = 0;  // key length + 12 rounded up to a multiple of 4
+  std::uint32_t fillLimit = 0;  // entries that fill a node
   std::size_t topLevel = 0;
   std::array<IsiNode, maxTreeLevels> levels{};
-  const std::uint8_t* previousKey = nullptr;   // of the entry inserted last, in its node image; null: none yet
+  const std::uint8_t* previousKey = nullptr;  // of the entry inserted last, in its node image; null: none yet
   std::uint16_t previousDuplicateNumber = 0;
   std::uint32_t recordLength = 0;  // that all records should have, mark included; 0: that of the first entry
   bool shortRecordReported = false;

@@ -39,8 +39,11 @@ void startPass(Sorter& sorter, MergePlan& plan, const TrackedFiles& files) {
 
 // Merges the next trains of a pass into one of the other work file, which takes its place in the train table behind
 // those that were read.
-SortResult mergeIntoTrain(Sorter& sorter, MergePlan& plan, Messages& messages) {
-  putProgressFormatted(messages, "Merge pass %u\r", plan.groups + 1);
+SortResult mergeIntoTrain(Sorter& sorter, MergePlan& plan, const Progress& progress, Messages& messages) {
+  if (messages.progressEnabled) {
+    putProgressFormatted(messages, "Merge pass %u%s\r", plan.groups + 1,
+                         progress.note(plan.trainsRead, sorter.trainCount).c_str());
+  }
   MergeGroup group;
   if (!fillGroup(sorter, plan, group, messages)) return SortResult::workFileNotRead;
   const std::uint32_t entrySize = sorter.area.entrySize;
@@ -105,8 +108,9 @@ SortResult mergeUpToFinalPass(Sorter& sorter, MergePlan& plan, TrackedFiles& fil
   startPass(sorter, plan, files);
   while (!plan.finalPass) {
     aimOutput(sorter.output, sorter.written, files[sorter.written].fd);
+    const Progress progress;
     while (plan.trainsRead < sorter.trainCount) {
-      const SortResult result = mergeIntoTrain(sorter, plan, messages);
+      const SortResult result = mergeIntoTrain(sorter, plan, progress, messages);
       if (result != SortResult::done) return result;
     }
     finishPass(sorter, plan, files, messages);
@@ -122,12 +126,13 @@ void finishPass(Sorter& sorter, const MergePlan& plan, TrackedFiles& files, Mess
   recycleWorkFile(files[otherWorkFile(sorter.written)], !plan.finalPass);
 }
 
-void showMergeProgress(MergeProgress& progress, std::uint64_t delivered, Messages& messages) {
-  if (!progress.wanted || !messages.progressEnabled) return;
+void showMergeProgress(MergeProgress& progress, std::uint64_t delivered, std::uint64_t total, Messages& messages) {
+  if (!messages.progressEnabled) return;
   const std::time_t now = std::time(nullptr);
   if (now <= progress.lastShown) return;
   progress.lastShown = now;
-  putProgressFormatted(messages, "%" PRIu64 " records\r", delivered);
+  putProgressFormatted(messages, "%" PRIu64 " records%s\r", delivered,
+                       progress.progress.note(delivered, total).c_str());
 }
 
 }  // namespace tarnvale

@@ -11,6 +11,7 @@
 
 #include "common/limits.h"
 #include "common/messages.h"
+#include "common/progress.h"
 #include "common/tracked_files.h"
 #include "sort/merge_selection.h"
 #include "sort/sorter.h"
@@ -22,10 +23,10 @@ namespace tarnvale {
 struct MergePlan {
   std::uint32_t fanIn = 0;
   bool finalPass = false;
-  int readFd = -1;              // of the work file being read
-  std::size_t partSize = 0;     // bytes of the sort area for one train
-  std::size_t alignment = 1;    // of a block, in the file and in memory
-  std::size_t blockSize = 0;    // bytes of one block, whole entries
+  int readFd = -1;               // of the work file being read
+  std::size_t partSize = 0;      // bytes of the sort area for one train
+  std::size_t alignment = 1;     // of a block, in the file and in memory
+  std::size_t blockSize = 0;     // bytes of one block, whole entries
   std::uint32_t trainsRead = 0;  // of this pass
   std::uint32_t groups = 0;      // of this pass
 };
@@ -38,10 +39,8 @@ struct MergeGroup {
 
 /// How far the final pass is, at a terminal and at most once a second.
 struct MergeProgress {
-  bool wanted = true;        // records are counted
-  std::uint64_t total = 0;   // entries to be delivered
-  std::time_t start = 0;     // of the merge
-  std::time_t lastShown = 0;
+  Progress progress;
+  std::time_t lastShown = progress.start;
 };
 
 /// Chooses fan-in and number of passes for the trains of the sorter.
@@ -60,15 +59,14 @@ struct MergeProgress {
 /// The pass is over: its groups are the trains of the next one, and the file that was read is deleted.
 void finishPass(Sorter& sorter, const MergePlan& plan, TrackedFiles& files, Messages& messages);
 
-void showMergeProgress(MergeProgress& progress, std::uint64_t delivered, Messages& messages);
+void showMergeProgress(MergeProgress& progress, std::uint64_t delivered, std::uint64_t total, Messages& messages);
 
 /// Merges the group up to the end markers of all its trains. `take` gets each entry and returns false to end the merge.
 template <typename Take>
 [[nodiscard]] SortResult mergeGroup(const Sorter& sorter, const MergePlan& plan, MergeGroup& group, Messages& messages,
                                     Take take) {
   const std::uint32_t entrySize = sorter.area.entrySize;
-  LoserTree tree(group.slots.data(), group.count,
-                 makeHeadShape(sorter.area.keyLength, sorter.trains.sharedKeyLength));
+  LoserTree tree(group.slots.data(), group.count, makeHeadShape(sorter.area.keyLength, sorter.trains.sharedKeyLength));
   const auto deliver = [&](MergeSlot& slot) {
     if (!take(slot.cursor)) return SortResult::sinkFailed;
     slot.cursor += entrySize;
@@ -91,11 +89,12 @@ template <typename Take>
 }
 
 /// Merges the trains that were formed (at least 1) and hands each entry, in order, to `sink`, a callable that returns
-/// false to end the merge; the entry's address holds during the call only. `sorter.delivered` counts them.
+/// false to end the merge; the entry's address holds during the call only. `sorter.delivered` counts them,
+/// and a progress line shows them where `countRecords` is set.
 template <typename Sink>
-[[nodiscard]] SortResult doFancyMerge(Sorter& sorter, TrackedFiles& files, Messages& messages, MergeProgress progress,
+[[nodiscard]] SortResult doFancyMerge(Sorter& sorter, TrackedFiles& files, Messages& messages, bool countRecords,
                                       Sink&& sink) {
-  progress.start = progress.lastShown = std::time(nullptr);
+  MergeProgress progress;
   MergePlan plan = makeMergePlan(sorter);
   SortResult result = mergeUpToFinalPass(sorter, plan, files, messages);
   if (result != SortResult::done) return result;
@@ -108,7 +107,7 @@ template <typename Sink>
     if (--countdown == 0) [[unlikely]] {
       countdown = progressStep;
       delivered += progressStep;
-      showMergeProgress(progress, delivered, messages);
+      if (countRecords) showMergeProgress(progress, delivered, sorter.formed, messages);
     }
     return true;
   });

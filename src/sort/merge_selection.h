@@ -50,7 +50,8 @@ class LoserTree {
   using Head = std::uint64_t;
 
   /// Plays the heads of the first `count` slots, which must stay where they are, as must the array.
-  LoserTree(const MergeSlot* slots, std::size_t count, const HeadShape& shape) : slots_(slots), count_(count), shape_(shape) {
+  LoserTree(const MergeSlot* slots, std::size_t count, const HeadShape& shape)
+      : slots_(slots), count_(count), shape_(shape) {
     std::array<Head, 2 * maxFanIn> winners{};
     for (std::size_t i = 0; i < count_; ++i) winners[count_ + i] = headOf(i);
     for (std::size_t node = count_ - 1; node >= 1; --node) {
@@ -105,8 +106,8 @@ class LoserTree {
     return (prefix & shape_.prefixMask) | slot;
   }
 
-  // Leaves the smaller of the two in `winner` and the other in `loser`. There is no branch on their order: it is as good
-  // as random, and a wrong guess costs more than the exchange.
+  // Leaves the smaller of the two in `winner` and the other in `loser`. There is no branch on their order: it is as
+  // good as random, and a wrong guess costs more than the exchange.
   void play(Head& winner, Head& loser) const {
     const Head a = winner;
     const Head b = loser;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/progress.h"
+
 namespace tarnvale {
 
 namespace {
@@ -73,14 +75,17 @@ bool writeSortTrain(Sorter& sorter, std::uint32_t count) {
   return true;
 }
 
-SortResult writeAndCountTrain(Sorter& sorter, std::uint32_t count, Messages& messages) {
-  if (!writeSortTrain(sorter, count)) return SortResult::workFileNotWritten;
+SortResult writeAndCountTrain(Sorter& sorter, const FilledTrain& filled, const Progress& progress, Messages& messages) {
+  if (!writeSortTrain(sorter, filled.entries)) return SortResult::workFileNotWritten;
   ++sorter.trainCount;
   if (sorter.trainCount >= sorter.limits.maxTrains) {
     putMessage(messages, "\nToo many sort trains\n");
     return SortResult::tooManyTrains;
   }
-  putProgressFormatted(messages, "Sort train %u\r", sorter.trainCount);
+  if (messages.progressEnabled) {
+    putProgressFormatted(messages, "Sort train %u%s\r", sorter.trainCount,
+                         progress.note(filled.done, filled.total).c_str());
+  }
   return SortResult::done;
 }
 
@@ -119,14 +124,16 @@ bool startSorter(Sorter& sorter, const SortMemory& memory, const SortLimits& lim
 
 SortResult formTrains(Sorter& sorter, const TrackedFiles& files, Messages& messages, TrainSource source) {
   aimOutput(sorter.output, sorter.written, files[sorter.written].fd);
+  const Progress progress;
   bool anyWritten = false;
   for (;;) {
     const FilledTrain filled = source(sorter.area.train());
     if (filled.state == FilledTrain::State::failed) return SortResult::sourceFailed;
     const bool last = filled.state == FilledTrain::State::last;
+    sorter.formed += filled.entries;
     sortTrain(sorter.area, filled.entries, sorter.limits.method, sorter.pairs);
     if (!last || anyWritten) {
-      const SortResult result = writeAndCountTrain(sorter, filled.entries, messages);
+      const SortResult result = writeAndCountTrain(sorter, filled, progress, messages);
       if (result != SortResult::done) return result;
       anyWritten = true;
     }

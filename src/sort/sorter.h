@@ -57,6 +57,7 @@ struct Sorter {
   FileRole written = FileRole::workFile1;  // the work file being written; the other one is read
   WrittenTrains trains;
   std::uint64_t trainEnd = 0;   // offset in the written file where the next train starts
+  std::uint64_t formed = 0;     // entries in all trains
   std::uint64_t delivered = 0;  // entries that the merge has handed to the sink
 };
 
@@ -75,6 +76,8 @@ struct FilledTrain {
 
   State state;
   std::uint32_t entries;
+  std::uint64_t done = 0;   // of the source's input, in units of its own
+  std::uint64_t total = 0;  // 0: not known
 };
 using TrainSource = FunctionRef<FilledTrain(const EntryArea&)>;
 

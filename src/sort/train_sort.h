@@ -18,7 +18,8 @@ struct SortPair {
   std::uint32_t bits;  // in key order
   std::uint32_t slot;
 };
-inline constexpr std::size_t maxPairs = 131072;  // two areas of 1 MiB: part of the 4 MiB a run takes besides its buffers
+inline constexpr std::size_t maxPairs =
+    131072;  // two areas of 1 MiB: part of the 4 MiB a run takes besides its buffers
 inline constexpr std::size_t pairBufferSize = 2 * maxPairs * sizeof(SortPair);
 
 /// Makes slot k of the area refer to entry k, for `count` entries and the end marker behind them, and sorts the slots

@@ -14,8 +14,8 @@
 namespace tarnvale {
 
 /// Creates both work files in `directory` and opens them; in debug mode they are kept at the end. False when one
-/// cannot be created or its name does not fit. An empty directory stands for `standardDirectory`, where a "/" at its end does
-/// not count.
+/// cannot be created or its name does not fit. An empty directory stands for `standardDirectory`, where a "/" at its
+/// end does not count.
 [[nodiscard]] bool createWorkFiles(TrackedFiles& files, Messages& messages, std::string_view directory,
                                    std::string_view standardDirectory);
 
