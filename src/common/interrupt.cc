@@ -31,6 +31,7 @@ extern "C" void onInterrupt(int /*signal*/) {
     ::_exit(settledExitStatus);
   }
   releaseAllFiles(*trackedFiles, RunEnd::failure);
+  writeLastMessage({trackedFiles->messages.bytes, trackedFiles->messages.size});
   writeLastMessage("Processing aborted via user interrupt.\n");
   ::_exit(1);
 }

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
+
+#include "common/interrupt_hold.h"
+#include "common/posix_file.h"
 
 namespace tarnvale {
 
@@ -23,12 +27,47 @@ void appendShortened(FixedText<300>& message, std::string_view name, std::size_t
   static_cast<void>(message.append(name.substr(name.size() - tail)));
 }
 
+void writeText(const Messages& messages, std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), messages.stream);
+  std::fflush(messages.stream);
+}
+
+// Writes the collected lines, here or in an interrupt, never twice; but a reader that does not take them must not hold
+// the interrupt up.
+void writeCollected(Messages& messages) {
+  if (messages.collected == nullptr || messages.collected->size == 0) return;
+  std::size_t size = 0;
+  {
+    const InterruptHold hold;
+    size = std::exchange(messages.collected->size, 0);
+    if (acceptsOutput(::fileno(messages.stream), 0)) {
+      writeText(messages, {messages.collectedBytes.data(), size});
+      return;
+    }
+  }
+  writeText(messages, {messages.collectedBytes.data(), size});
+}
+
 }  // namespace
 
 void putMessage(Messages& messages, std::string_view text) {
   if (messages.stream == nullptr) return;
-  std::fwrite(text.data(), 1, text.size(), messages.stream);
-  std::fflush(messages.stream);
+  writeCollected(messages);
+  writeText(messages, text);
+}
+
+void putCollectedLine(Messages& messages, std::string_view text) {
+  if (messages.stream == nullptr) return;
+  CollectedLines* const lines = messages.collected;
+  if (lines != nullptr && collectLine(*lines, messages.collectedBytes, text, "\n")) return;
+  writeCollected(messages);
+  if (lines != nullptr && collectLine(*lines, messages.collectedBytes, text, "\n")) return;
+  writeText(messages, text);
+  writeText(messages, "\n");
+}
+
+void flushMessages(Messages& messages) {
+  if (messages.stream != nullptr) writeCollected(messages);
 }
 
 void putProgress(Messages& messages, std::string_view text) {
@@ -36,6 +75,7 @@ void putProgress(Messages& messages, std::string_view text) {
 }
 
 void closeLog(Messages& messages) {
+  flushMessages(messages);
   if (messages.stream == nullptr) return;
   std::fflush(messages.stream);
   std::FILE* const stream = messages.stream;

@@ -3,10 +3,24 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstring>
+
 #include "common/interrupt_hold.h"
 #include "common/posix_file.h"
 
 namespace tarnvale {
+
+bool collectLine(CollectedLines& lines, std::span<char> buffer, std::string_view text, std::string_view end) {
+  if (text.size() + end.size() > buffer.size() - lines.size) return false;
+  lines.bytes = buffer.data();
+  char* const place = buffer.data() + lines.size;
+  std::memcpy(place, text.data(), text.size());
+  std::memcpy(place + text.size(), end.data(), end.size());
+  std::atomic_signal_fence(std::memory_order_release);  // the interrupt handler counts on whole lines
+  lines.size += text.size() + end.size();
+  return true;
+}
 
 bool openRegular(TrackedFile& file, int access) {
   const InterruptHold hold;
@@ -18,9 +32,8 @@ bool openRegular(TrackedFile& file, int access) {
 
 bool closeTracked(TrackedFile& file) {
   if (!file.isOpen()) return true;
-  const std::size_t size = file.collectedSize;
-  file.collectedSize = 0;
-  const bool written = writeAll(file.fd, file.collected, size);
+  const bool written = writeAll(file.fd, file.collected.bytes, file.collected.size);
+  file.collected.size = 0;
   return closeFile(file.fd) && written;
 }
 

@@ -7,6 +7,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string_view>
 
 #include "common/file_name.h"
 
@@ -31,12 +33,22 @@ enum class AtEnd : std::uint8_t {
   removeAlways,
 };
 
+/// Whole lines that are not yet written; an interrupt still writes them. The bytes belong to who collects them.
+struct CollectedLines {
+  const char* bytes = nullptr;
+  std::size_t size = 0;
+};
+
+/// Puts text and the end of its line into `buffer`, whose bytes the lines are, behind what is there. False when they do
+/// not fit.
+[[nodiscard]] bool collectLine(CollectedLines& lines, std::span<char> buffer, std::string_view text,
+                               std::string_view end);
+
 struct TrackedFile {
   int fd = -1;  // -1: closed
   AtEnd atEnd = AtEnd::keep;
   FileName name;
-  const char* collected = nullptr;  // lines not yet written, which an interrupt still writes; owned by who made them
-  std::size_t collectedSize = 0;    // bytes of them
+  CollectedLines collected;
 
   [[nodiscard]] bool isOpen() const { return fd >= 0; }
 };
@@ -44,6 +56,7 @@ struct TrackedFile {
 struct TrackedFiles {
   std::array<TrackedFile, fileRoles> files;
   int messageFd = -1;  // takes the messages; the interrupt handler writes its own there
+  CollectedLines messages;
 
   TrackedFile& operator[](FileRole role) { return files[static_cast<std::size_t>(role)]; }
   const TrackedFile& operator[](FileRole role) const { return files[static_cast<std::size_t>(role)]; }

@@ -63,6 +63,7 @@ void reportIniFile(const LeadingOptions& options, Messages& messages) {
 // --- clean-up -------------------------------------------------------------------------------------------------------
 
 void closeMessages(RunContext& run) {
+  flushMessages(run.messages);
   run.files.messageFd = -1;  // first: the interrupt handler writes to no closed stream
   closeLog(run.messages);
 }
@@ -261,6 +262,7 @@ StatusCode runUtility(RunContext& run, int argc, char* const* argv, std::FILE* o
   openMessages(run.messages, output, remaining);
   run.files.messageFd = ::fileno(run.messages.stream);
   startMessages(run.messages, arguments);
+  if (!run.messages.progressEnabled) run.messages.collected = &run.files.messages;  // not at a terminal
   StatusCode result = status::usageRequested;
   if (argc < 2) {
     showUsage(run.messages);

@@ -1,8 +1,5 @@
 #include "isi/duplicate_list.h"
 
-#include <atomic>
-#include <cstring>
-
 #include "common/interrupt_hold.h"
 #include "common/posix_file.h"
 #include "format/sort_entry.h"
@@ -11,15 +8,13 @@ namespace tarnvale {
 
 namespace {
 
-constexpr std::string_view lineEnd = "\r\n";
-
 // Written and forgotten in one step: the interrupt handler writes what it finds collected.
 void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {
   bool written = false;
   {
     const InterruptHold hold;
-    written = writeAll(file.fd, file.collected, file.collectedSize);
-    file.collectedSize = 0;
+    written = writeAll(file.fd, file.collected.bytes, file.collected.size);
+    file.collected.size = 0;
   }
   if (written || list.incomplete) return;
   list.incomplete = true;
@@ -29,14 +24,10 @@ void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) 
 }  // namespace
 
 void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line) {
-  if (!file.isOpen()) return;
-  if (line.size() + lineEnd.size() > list.lines.size() - file.collectedSize) flushErrorFile(list, file, messages);
-  file.collected = list.lines.data();
-  char* const place = list.lines.data() + file.collectedSize;
-  std::memcpy(place, line.data(), line.size());
-  std::memcpy(place + line.size(), lineEnd.data(), lineEnd.size());
-  std::atomic_signal_fence(std::memory_order_release);  // the interrupt handler counts on whole lines
-  file.collectedSize += line.size() + lineEnd.size();
+  constexpr std::string_view lineEnd = "\r\n";
+  if (!file.isOpen() || collectLine(file.collected, list.lines, line, lineEnd)) return;
+  flushErrorFile(list, file, messages);
+  static_cast<void>(collectLine(file.collected, list.lines, line, lineEnd));
 }
 
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
@@ -48,9 +39,7 @@ void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages,
   static_cast<void>(message.append({reinterpret_cast<const char*>(entryKey(entry)), keyLength}));
   static_cast<void>(message.append(" "));
   putErrorFileLine(list, file, messages, message);
-  if (!settings.noDuplicates) return;
-  static_cast<void>(message.append("\n"));
-  putMessage(messages, message);
+  if (settings.noDuplicates) putCollectedLine(messages, message);
 }
 
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {
