@@ -56,14 +56,14 @@ void putMessage(Messages& messages, std::string_view text) {
   writeText(messages, text);
 }
 
-void putCollectedLine(Messages& messages, std::string_view text) {
+void putCollectedLine(Messages& messages, LinePieces pieces) {
   if (messages.stream == nullptr) return;
   CollectedLines* const lines = messages.collected;
-  if (lines != nullptr && collectLine(*lines, messages.collectedBytes, text, "\n")) return;
+  const std::span<char> buffer(messages.collectedBytes.data(), messages.collectedLimit);
+  if (lines != nullptr && collectLine(*lines, buffer, pieces)) return;
   writeCollected(messages);
-  if (lines != nullptr && collectLine(*lines, messages.collectedBytes, text, "\n")) return;
-  writeText(messages, text);
-  writeText(messages, "\n");
+  if (lines != nullptr && collectLine(*lines, buffer, pieces)) return;
+  for (const std::string_view piece : pieces) writeText(messages, piece);
 }
 
 void flushMessages(Messages& messages) {

@@ -17,19 +17,19 @@ struct Messages {
   bool logOpened = false;       // the stream is a log file, which closeLog closes
   bool progressEnabled = true;  // off when the stream is not a terminal
   bool debugMode = false;       // diagnostics of every floor are written
-  // Where many lines of one kind are collected, when they go to a file or a pipe; null: each is written at once. Their
-  // bytes are as many as a pipe takes without waiting.
+  // Where many lines of one kind are collected, when they go to a file or a pipe; null: each is written at once.
   CollectedLines* collected = nullptr;
-  std::array<char, 4096> collectedBytes{};
-  FixedText<300> buffer;        // where a message with values is composed; also holds the text of a failed opening
+  std::size_t collectedLimit = 4096;  // bytes; a pipe takes as many without waiting, a file more
+  std::array<char, 65536> collectedBytes;
+  FixedText<300> buffer;  // where a message with values is composed; also holds the text of a failed opening
 };
 
 /// Writes the text unchanged and flushes. Dropped when the stream is closed; a failed write loses the message only.
 void putMessage(Messages& messages, std::string_view text);
 
-/// Writes the text and a line end, together with others like it: not later than the next message of another kind, the
+/// Writes a line together with others like it: not later than the next message of another kind, the
 /// closing of the stream, or an interrupt.
-void putCollectedLine(Messages& messages, std::string_view text);
+void putCollectedLine(Messages& messages, LinePieces pieces);
 
 /// Writes the lines that are collected.
 void flushMessages(Messages& messages);

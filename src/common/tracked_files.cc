@@ -11,14 +11,16 @@
 
 namespace tarnvale {
 
-bool collectLine(CollectedLines& lines, std::span<char> buffer, std::string_view text, std::string_view end) {
-  if (text.size() + end.size() > buffer.size() - lines.size) return false;
+bool collectLine(CollectedLines& lines, std::span<char> buffer, LinePieces pieces) {
+  char* place = buffer.data() + lines.size;
+  for (const std::string_view piece : pieces) {
+    if (piece.size() > static_cast<std::size_t>(buffer.data() + buffer.size() - place)) return false;
+    std::memcpy(place, piece.data(), piece.size());
+    place += piece.size();
+  }
   lines.bytes = buffer.data();
-  char* const place = buffer.data() + lines.size;
-  std::memcpy(place, text.data(), text.size());
-  std::memcpy(place + text.size(), end.data(), end.size());
   std::atomic_signal_fence(std::memory_order_release);  // the interrupt handler counts on whole lines
-  lines.size += text.size() + end.size();
+  lines.size = static_cast<std::size_t>(place - buffer.data());
   return true;
 }
 

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string_view>
 
@@ -39,10 +40,11 @@ struct CollectedLines {
   std::size_t size = 0;
 };
 
-/// Puts text and the end of its line into `buffer`, whose bytes the lines are, behind what is there. False when they do
-/// not fit.
-[[nodiscard]] bool collectLine(CollectedLines& lines, std::span<char> buffer, std::string_view text,
-                               std::string_view end);
+/// The pieces of a line, its end included.
+using LinePieces = std::initializer_list<std::string_view>;
+
+/// Puts a line into `buffer`, whose bytes the lines are, behind what is there. False when it does not fit.
+[[nodiscard]] bool collectLine(CollectedLines& lines, std::span<char> buffer, LinePieces pieces);
 
 struct TrackedFile {
   int fd = -1;  // -1: closed

@@ -252,6 +252,13 @@ StatusCode carryOut(RunContext& run, Arguments arguments) {
   return finishRun(run, status, startTime);
 }
 
+// Not at a terminal: there each line is written at once.
+void collectMessages(RunContext& run) {
+  if (run.messages.progressEnabled) return;
+  run.messages.collected = &run.files.messages;
+  if (isRegularFile(run.files.messageFd)) run.messages.collectedLimit = run.messages.collectedBytes.size();
+}
+
 }  // namespace
 
 StatusCode runUtility(RunContext& run, int argc, char* const* argv, std::FILE* output) {
@@ -262,7 +269,7 @@ StatusCode runUtility(RunContext& run, int argc, char* const* argv, std::FILE* o
   openMessages(run.messages, output, remaining);
   run.files.messageFd = ::fileno(run.messages.stream);
   startMessages(run.messages, arguments);
-  if (!run.messages.progressEnabled) run.messages.collected = &run.files.messages;  // not at a terminal
+  collectMessages(run);
   StatusCode result = status::usageRequested;
   if (argc < 2) {
     showUsage(run.messages);

@@ -8,6 +8,26 @@ namespace tarnvale {
 
 namespace {
 
+constexpr std::string_view lineEnd = "\r\n";
+
+// A number in upper-case hexadecimal digits, at the end of 16 columns. There may be one of them for every record.
+class HexColumn {
+ public:
+  explicit HexColumn(std::uint64_t number) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    columns_.fill(' ');
+    std::size_t place = columns_.size();
+    do {
+      columns_[--place] = digits[number % digits.size()];
+      number /= digits.size();
+    } while (number != 0);
+  }
+  [[nodiscard]] std::string_view text() const { return {columns_.data(), columns_.size()}; }
+
+ private:
+  std::array<char, 16> columns_;
+};
+
 // Written and forgotten in one step: the interrupt handler writes what it finds collected.
 void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {
   bool written = false;
@@ -23,23 +43,20 @@ void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) 
 
 }  // namespace
 
-void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line) {
-  constexpr std::string_view lineEnd = "\r\n";
-  if (!file.isOpen() || collectLine(file.collected, list.lines, line, lineEnd)) return;
+void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, LinePieces pieces) {
+  if (!file.isOpen() || collectLine(file.collected, list.lines, pieces)) return;
   flushErrorFile(list, file, messages);
-  static_cast<void>(collectLine(file.collected, list.lines, line, lineEnd));
+  static_cast<void>(collectLine(file.collected, list.lines, pieces));
 }
 
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
                      const std::uint8_t* entry, std::uint32_t keyLength) {
   if (!settings.errorFileWanted || settings.quietDuplicates) return;
-  FixedText<300> message;  // not the messages' buffer: a failing write of the error file uses that
-  message.format("%s%16llX Key:", settings.ignoreDuplicates ? "Duplicate Key ignored at:" : "Duplicate Key at:",
-                 static_cast<unsigned long long>(entryLfa(entry)));
-  static_cast<void>(message.append({reinterpret_cast<const char*>(entryKey(entry)), keyLength}));
-  static_cast<void>(message.append(" "));
-  putErrorFileLine(list, file, messages, message);
-  if (settings.noDuplicates) putCollectedLine(messages, message);
+  const std::string_view text = settings.ignoreDuplicates ? "Duplicate Key ignored at:" : "Duplicate Key at:";
+  const HexColumn lfa(entryLfa(entry));
+  const std::string_view key(reinterpret_cast<const char*>(entryKey(entry)), keyLength);
+  putErrorFileLine(list, file, messages, {text, lfa.text(), " Key:", key, " ", lineEnd});
+  if (settings.noDuplicates) putCollectedLine(messages, {text, lfa.text(), " Key:", key, " ", "\n"});
 }
 
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {

@@ -14,7 +14,7 @@ namespace tarnvale {
 /// Lines of the error file are collected here. What is not written yet is known to TrackedFiles, so that an interrupt
 /// writes it.
 struct DuplicateList {
-  std::array<char, 8192> lines{};
+  std::array<char, 65536> lines;
   bool incomplete = false;       // a line could not be written, and this was reported
   std::uint32_t duplicates = 0;  // entries in the index whose key equals the one before
   std::uint32_t dropped = 0;     // such entries that were left out
@@ -27,8 +27,8 @@ struct DuplicateList {
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
                      const std::uint8_t* entry, std::uint32_t keyLength);
 
-/// Adds a line to the error file, if it is open; CR LF ends it.
-void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line);
+/// Adds a line to the error file, if it is open. The pieces end with CR LF.
+void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, LinePieces pieces);
 
 /// Writes the collected lines and closes the error file. A failed write is reported once.
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages);

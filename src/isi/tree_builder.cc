@@ -54,7 +54,7 @@ TreeResult reportLevelLimit(IndexBuilder& builder, TrackedFile& errorFile, Messa
   FixedText<300> text;
   text.format("\nError! Tree level limit (%zu) can only support %" PRIu64 " records for this ISI file! ", maxTreeLevels,
               treeCapacity(builder.tree.fillLimit));
-  putErrorFileLine(builder.duplicates, errorFile, messages, text);
+  putErrorFileLine(builder.duplicates, errorFile, messages, {text, "\r\n"});
   messages.buffer = text;
   return TreeResult::tooHigh;
 }
