@@ -25,8 +25,8 @@ struct Settings {
   bool spaceCompression = false;       // records may hold TABs that stand for blanks
   bool tabExpansion = true;            // a TAB stands for blanks up to the next multiple of 8
   bool binaryRecords = false;          // of one length, all bytes are data
-  bool binaryWithEor = false;          // they end with a mark that is checked
-  bool markless = false;               // option f: no mark is counted with a length
+  bool binaryWithEor = false;          // they end with an end-of-record mark that is checked
+  bool markless = false;               // option f: no end-of-record mark is counted with a length
   bool recordNumberAddressing = true;  // the index addresses records by number instead of by byte offset
   bool quitIfNoData = false;           // a missing data file is a failure instead of being created
   bool recordCountEnabled = true;      // progress lines count records
@@ -46,7 +46,7 @@ struct Settings {
   Selection selection;
 
   [[nodiscard]] bool isBuild() const { return !compact && !display && !reindex; }
-  /// Bytes that a mark takes of the longest record, as far as the command line tells.
+  /// Bytes that an end-of-record mark takes of the longest record, as far as the command line tells.
   [[nodiscard]] std::uint32_t assumedMarkLength() const { return markless ? 0 : 1; }
 };
 

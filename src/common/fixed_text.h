@@ -1,4 +1,4 @@
-// FixedText<N>: text in a field of N bytes that says no instead of overflowing or cutting short.
+// FixedText<N>: text in a field of N bytes that reports what does not fit instead of overflowing or cutting it short.
 //
 // The text always ends in a NUL inside the field, so it can be handed to a system call as it is. It owns no heap and
 // is trivially copyable: the interrupt handler may read it, and a record that holds it can be cleared by assignment.

@@ -8,7 +8,7 @@
 
 namespace tarnvale {
 
-inline constexpr std::uint32_t maxRecordSize = 65535;  // bytes, mark included; less the length of the mark once more
+inline constexpr std::uint32_t maxRecordSize = 65535;  // bytes, with the end-of-record mark; less its length once more
 inline constexpr std::uint32_t smallestRecordLimit = 256;  // columns, where the first record of a file sets the limit
 inline constexpr std::uint32_t beyondAnyRecord = 1000000;  // what a length too large to be one saturates at
 inline constexpr std::uint32_t tabWidth = 8;               // a TAB stands for blanks up to the next multiple of this

@@ -16,8 +16,9 @@ namespace tarnvale {
 /// The form of the records, as the options and the end of the file tell it. All lengths are bytes.
 struct RecordFormat {
   EndOfRecordMark mark;           // with option f of length 0
-  std::uint32_t givenLength = 0;  // asked for on the command line, mark included; 0: none
-  // Of every record of a fixed-length file, or of the longest allowed one; mark included. 0: the first record decides.
+  std::uint32_t givenLength = 0;  // asked for on the command line, end-of-record mark included; 0: none
+  // Of every record of a fixed-length file, or of the longest allowed one; end-of-record mark included. 0: the first
+  // record decides.
   std::uint32_t recordLimit = 0;
 };
 

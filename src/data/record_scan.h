@@ -35,8 +35,8 @@ struct Scanner {
   BlockReader blocks;
   const Settings* settings = nullptr;  // not owned
   KeyPlan plan;
-  EndOfRecordMark mark;                   // of text, or at the end of each binary record of option g
-  std::uint32_t markBehind = 0;           // bytes of the mark behind a record: none behind a binary one
+  EndOfRecordMark mark;                   // end-of-record mark of text, or at the end of each binary record of option g
+  std::uint32_t markBehind = 0;           // bytes of it behind a record: none behind a binary one
   std::uint32_t recordLimit = 0;          // bytes, as in RecordFormat; set by the first record where it was 0
   bool expandsTabs = false;               // a TAB stands for blanks
   std::uint8_t* expanded = nullptr;       // a record with its TABs expanded

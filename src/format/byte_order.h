@@ -1,7 +1,7 @@
 // Integers made of bytes, lowest byte first: the fields of every record that reaches a file.
 //
 // They have no alignment and no padding, so a record of them lies in a file exactly as it is declared. A record that
-// came from a file in the other byte order is turned field by field with `swapBytes`.
+// came from a file in the other byte order is byte-swapped field by field with `swapBytes`.
 #pragma once
 
 #include <algorithm>

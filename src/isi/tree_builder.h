@@ -23,7 +23,8 @@ struct TreeBuilder {
   std::array<IsiNode, maxTreeLevels> levels{};
   const std::uint8_t* previousKey = nullptr;  // of the entry inserted last, in its node image; null: none yet
   std::uint16_t previousDuplicateNumber = 0;
-  std::uint32_t recordLength = 0;  // that all records should have, mark included; 0: that of the first entry
+  std::uint32_t recordLength =
+      0;  // that all records should have, end-of-record mark included; 0: that of the first entry
   bool shortRecordReported = false;
   FormatFindings findings;  // those of the scan, and what the lengths of the entries add
 };
