@@ -52,7 +52,7 @@ class Fault : public testing::TestWithParam<Job> {
 TEST_P(Fault, AtAnyCallEndsInSuccessOrInACleanFailure) {
   for (std::size_t number = 1; number <= clean.calls.size(); ++number) {
     for (const Kind& kind : kinds) {
-      if (meets(kind, number)) tryFaults(faultAt(kind, number), 13);
+      if (meets(kind, number)) tryFaults(faultAt(kind, number), 7);
     }
   }
   EXPECT_EQ(troubles.text(), "");
@@ -70,7 +70,7 @@ TEST_P(SecondFault, AtAnyLaterCallCostsNoIndexEither) {
   for (const auto& [first, second] : pairs) {
     for (std::size_t i = 1; i <= clean.calls.size(); ++i) {
       if (!meets(first, i)) continue;
-      for (std::size_t j = i + 1; j < i + 30; ++j) tryFaults(faultAt(first, i) + ";" + faultAt(second, j), 97);
+      for (std::size_t j = i + 1; j < i + 30; ++j) tryFaults(faultAt(first, i) + ";" + faultAt(second, j), 31);
     }
   }
   EXPECT_EQ(troubles.text(), "");

@@ -35,7 +35,7 @@ class Signal : public testing::TestWithParam<Job> {
 
 TEST_P(Signal, AtAnyCallLeavesNothingBehindOrAWholeIndex) {
   Troubles troubles;
-  forEachMoment(1, 7, [&](const Outcome& now, const std::string& where) {
+  forEachMoment(1, 5, [&](const Outcome& now, const std::string& where) {
     troubles.add(troubleOf(job, before, clean, now, true), where);
     const bool silent = now.exitStatus == 1 && !now.output.ends_with("Processing aborted via user interrupt.\n");
     if (silent) troubles.add("interrupted without saying so", where);
