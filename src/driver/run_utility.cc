@@ -205,7 +205,9 @@ StatusCode closeRun(RunContext& run, StatusCode result, const ClockText& startTi
   releaseAllFiles(run.files, RunEnd::success);
   ending.inDeclaredFormat =
       run.settings.compact || isInDeclaredFormat(run.settings, run.builder.tree.findings, run.builder.duplicates);
-  if (!ending.inDeclaredFormat) deleteIndexByName(run.files[FileRole::index]);
+  // A close that fails may be a write that failed: what lies there is not to be trusted.
+  const bool spoilt = !ending.outputClosed && !inPlace;
+  if (spoilt || !ending.inDeclaredFormat) deleteIndexByName(run.files[FileRole::index]);
   result = resultOf(ending, result);
   lastMessage = lastMessageOf(ending, result, startTime);
   settleExitStatus(result == status::success ? 0 : 1, lastMessage);

@@ -80,8 +80,11 @@ ListCopyResult writeList(IsiHandle& handle, IndexOutput& output, bool inPlace, L
   if (!inPlace) return copyList(handle, output, deletedListOffset, copy, messages);
   const auto oldEnd = fileSize(output.fd());
   if (!oldEnd) return ListCopyResult::damaged;
-  const ListCopyResult result = copyList(handle, output, *oldEnd, copy, messages);
-  return result == ListCopyResult::done ? moveListDown(output.fd(), *oldEnd, copy.nodes, messages) : result;
+  ListCopyResult result = copyList(handle, output, *oldEnd, copy, messages);
+  if (result == ListCopyResult::done) result = moveListDown(output.fd(), *oldEnd, copy.nodes, messages);
+  // A backup will be copied over the index: nothing may stay behind it.
+  if (result != ListCopyResult::done) static_cast<void>(::ftruncate(output.fd(), static_cast<off_t>(*oldEnd)));
+  return result;
 }
 
 }  // namespace

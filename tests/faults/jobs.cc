@@ -57,6 +57,7 @@ std::string troubleInPlace(const Files& before, const Outcome& clean, const Outc
   if (!whole && !holds(now.files, "idx.isi.bak", old)) {
     const auto index = now.files.find("idx.isi");
     const bool longer = index != now.files.end() && index->second.starts_with(old);
+    if (longer && now.failed("ftruncate", "idx.isi")) return "";
     return longer ? "the old index with more behind it, and no backup" : "no whole index, nor a whole backup";
   }
   if (!whole && !interrupted && !named) return "backup not named";
@@ -73,7 +74,10 @@ std::string troubleAfterFailure(const Job& job, const Files& before, const Outco
     if (!index && !holds(now.files, name, bytes)) return "failure that touched " + name;
   }
   for (const auto& [name, bytes] : now.files) {
-    const bool known = holds(before, name, bytes) || name.ends_with(".ERR") || couldNotBeDeleted(now, name, bytes);
+    const bool inputNotClosed = name == "idx.isi" && now.failed("close", "data.txt") && holds(clean.files, name, bytes);
+    const bool madeEmpty = name == "data.txt" && bytes.empty() && !interrupted;  // documented: it stays
+    const bool known = holds(before, name, bytes) || name.ends_with(".ERR") || couldNotBeDeleted(now, name, bytes) ||
+                       inputNotClosed || madeEmpty;
     if (!known && !(inPlace && name.starts_with("idx.isi"))) return "failure that left " + name;
   }
   return inPlace ? troubleInPlace(before, clean, now, interrupted) : "";
