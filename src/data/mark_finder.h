@@ -1,7 +1,7 @@
 // The bytes of a block that may end a record, one after the other.
 //
 // Where records are short, a call for each of them costs more than the search. So 64 bytes are compared at a time and
-// the places found are kept as bits of a number.
+// the places found are kept as bits of a number. Where they are long, the C library's search is the faster one.
 #pragma once
 
 #include <bit>
@@ -13,6 +13,26 @@
 #endif
 
 namespace tarnvale {
+
+/// Finds the bytes equal to `mark` from `begin` on, by one search for each.
+class SearchingMarkFinder {
+ public:
+  SearchingMarkFinder(const std::uint8_t* begin, const std::uint8_t* end, std::uint8_t mark)
+      : from_(begin), end_(end), mark_(mark) {}
+
+  /// The next place, or `end` when there is none.
+  const std::uint8_t* next() {
+    const void* const place = std::memchr(from_, mark_, static_cast<std::size_t>(end_ - from_));
+    if (place == nullptr) return end_;
+    from_ = static_cast<const std::uint8_t*>(place) + 1;
+    return from_ - 1;
+  }
+
+ private:
+  const std::uint8_t* from_;
+  const std::uint8_t* end_;
+  std::uint8_t mark_;
+};
 
 #if defined(__SSE2__)
 
@@ -55,25 +75,7 @@ class MarkFinder {
 
 #else
 
-/// Finds the bytes equal to `mark` from `begin` on.
-class MarkFinder {
- public:
-  MarkFinder(const std::uint8_t* begin, const std::uint8_t* end, std::uint8_t mark)
-      : from_(begin), end_(end), mark_(mark) {}
-
-  /// The next place, or `end` when there is none.
-  const std::uint8_t* next() {
-    const void* const place = std::memchr(from_, mark_, static_cast<std::size_t>(end_ - from_));
-    if (place == nullptr) return end_;
-    from_ = static_cast<const std::uint8_t*>(place) + 1;
-    return from_ - 1;
-  }
-
- private:
-  const std::uint8_t* from_;
-  const std::uint8_t* end_;
-  std::uint8_t mark_;
-};
+using MarkFinder = SearchingMarkFinder;
 
 #endif
 

@@ -1,4 +1,4 @@
-// The records that most files consist of: text without TABs to expand, every one of them selected.
+// The records that most files consist of: text without TABs to expand.
 //
 // They are taken straight from the block, many in one loop; whatever is not plain is left to the general scan.
 #pragma once
