@@ -30,6 +30,14 @@ MappedFile mapFile(const std::string& name) {
   return {static_cast<const std::uint8_t*>(data), size};
 }
 
+void* largeMemory(std::size_t size) {
+  constexpr std::size_t largePage = 2097152;
+  void* const memory = std::aligned_alloc(largePage, (size + largePage - 1) / largePage * largePage);
+  if (memory == nullptr) fail("no memory");
+  if (size > largePage) ::madvise(memory, size, MADV_HUGEPAGE);
+  return memory;
+}
+
 int openFile(const std::string& name, int flags) {
   const int fd = ::open(name.c_str(), O_RDWR | flags, 0666);
   if (fd < 0) fail("cannot open " + name);

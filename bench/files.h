@@ -22,6 +22,9 @@ struct MappedFile {
 
 [[nodiscard]] MappedFile mapFile(const std::string& name);
 
+/// Memory in pages as large as there are; it stays until the process ends.
+[[nodiscard]] void* largeMemory(std::size_t size);
+
 /// Opens for reading and writing; `flags` are added, such as O_CREAT.
 [[nodiscard]] int openFile(const std::string& name, int flags);
 

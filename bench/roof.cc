@@ -116,10 +116,12 @@ void run(const Job& job) {
   const bool inPlace = job.input == job.output;
   if (inPlace) makeBackup(job.input);
   bench::Tree<keyLength> tree(bench::openFile(job.output, O_CREAT | O_TRUNC), job.format.byNumber);
-  if (job.format.firstOfEqualKeys) tree.droppedKeys = std::fopen((job.output + ".err").c_str(), "w");
+  if (job.format.firstOfEqualKeys) {
+    tree.dropsKeys = true;
+    tree.dropped.fd = bench::openFile(job.output + ".err", O_CREAT | O_TRUNC);
+  }
   mergeTrains(trains, job.areaSize, [&](const bench::Entry<keyLength>& entry) { tree.add(entry); });
   tree.finish();
-  if (tree.droppedKeys != nullptr) std::fclose(tree.droppedKeys);
   if (inPlace) ::unlink((job.input + ".bak").c_str());
 }
 

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <utility>
@@ -26,7 +27,7 @@ inline std::size_t chooseFanIn(std::size_t trains) {
 template <std::size_t keyLength>
 struct Merge {
   using Record = Entry<keyLength>;
-  static constexpr std::size_t maxFanIn = 64;
+  static constexpr std::size_t maxFanIn = 32;
 
   int input;
   Record* area;  // in which each train of a group has a block
@@ -34,7 +35,7 @@ struct Merge {
   std::size_t shared;  // key bytes that need no look
 
   Merge(Trains<keyLength>& trains, std::size_t blockSize)
-      : input(trains.out.fd), area(trains.area.get()), blockEntries(blockSize), shared(trains.shared) {}
+      : input(trains.out.fd), area(trains.area), blockEntries(blockSize), shared(trains.shared) {}
 
   template <typename Take>
   void run(const std::uint64_t* starts, std::size_t trains, Take take) {
@@ -43,14 +44,17 @@ struct Merge {
       readBlock(sources[i]);
     }
     Head winner = playAll(trains);
-    while (!isEnd(winner)) {
-      Source& source = sources[winner.source];
-      take(*source.next);
-      if (++source.next == source.blockEnd) readBlock(source);
-      winner = headOf(winner.source);
-      for (std::size_t node = (trains + winner.source) / 2; node >= 1; node /= 2) {
-        if (before(losers[node], winner)) std::swap(losers[node], winner);
-      }
+    for (std::size_t before = maxFanIn;;) {
+      const std::size_t moved = winner & sourceMask;
+      Source& source = sources[moved];
+      if (winner >= endHead && isEnd(winner)) return;
+      takeNext(source, take);
+      // One source that goes on winning, as in data that are nearly sorted, plays no match.
+      for (const Head bound = moved == before ? lowestOther(trains, moved) : 0; (headOf(moved) | sourceMask) < bound;)
+        takeNext(source, take);
+      before = moved;
+      winner = headOf(moved);
+      for (std::size_t node = (trains + moved) / 2; node >= 1; node /= 2) play(winner, losers[node]);
     }
   }
 
@@ -61,12 +65,17 @@ struct Merge {
     Record* blockEnd;
     std::uint64_t offset;  // of the next block
   };
-  struct Head {
-    std::uint64_t number;
-    std::size_t source;
-  };
+  using Head = std::uint64_t;  // bits of the key, and the source
+  static constexpr Head sourceMask = maxFanIn - 1;
+  static constexpr Head endHead = ~sourceMask;
   std::array<Source, maxFanIn> sources;
   std::array<Head, maxFanIn> losers;
+
+  template <typename Take>
+  void takeNext(Source& source, Take& take) {
+    take(*source.next);
+    if (++source.next == source.blockEnd) readBlock(source);
+  }
 
   void readBlock(Source& source) {
     readAt(input, source.block, blockEntries * sizeof(Record), source.offset);
@@ -78,14 +87,33 @@ struct Merge {
   Head headOf(std::size_t source) const {
     const Record& entry = *sources[source].next;
     const bool end = entry.lfa == ~std::uint64_t{0};
-    return {end ? ~std::uint64_t{0} : keyNumber<std::uint64_t>(entry, shared), source};
+    return ((end ? ~std::uint64_t{0} : keyNumber<std::uint64_t>(entry, shared)) & ~sourceMask) | source;
   }
-  bool isEnd(const Head& head) const { return sources[head.source].next->lfa == ~std::uint64_t{0}; }
+  bool isEnd(Head head) const { return sources[head & sourceMask].next->lfa == ~std::uint64_t{0}; }
 
-  bool before(const Head& a, const Head& b) const {
-    if (a.number != b.number) return a.number < b.number;
+  // The smallest head but that of the source, or below it.
+  Head lowestOther(std::size_t trains, std::size_t source) const {
+    Head lowest = endHead;
+    for (std::size_t node = (trains + source) / 2; node >= 1; node /= 2) lowest = std::min(lowest, losers[node]);
+    return lowest;
+  }
+
+  // Exchanges the two without a branch, which would be guessed wrong every other time.
+  void play(Head& winner, Head& loser) const {
+    const Head a = winner;
+    const Head b = loser;
+    if ((a ^ b) <= sourceMask) [[unlikely]] {
+      if (before(b, a)) std::swap(winner, loser);
+      return;
+    }
+    const Head exchange = (a ^ b) & (Head{0} - static_cast<Head>(b < a));
+    winner = a ^ exchange;
+    loser = b ^ exchange;
+  }
+
+  bool before(Head a, Head b) const {
     if (isEnd(a) || isEnd(b)) return !isEnd(a);
-    return sortsBefore(*sources[a.source].next, *sources[b.source].next);
+    return sortsBefore(*sources[a & sourceMask].next, *sources[b & sourceMask].next);
   }
 
   // Source i stands below node (trains + i) / 2.
@@ -95,7 +123,7 @@ struct Merge {
     for (std::size_t node = trains - 1; node >= 1; --node) {
       winners[node] = winners[2 * node];
       losers[node] = winners[2 * node + 1];
-      if (before(losers[node], winners[node])) std::swap(losers[node], winners[node]);
+      play(winners[node], losers[node]);
     }
     return winners[1];
   }

@@ -6,7 +6,6 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <utility>
 #include <vector>
 
@@ -47,8 +46,8 @@ template <std::size_t keyLength>
 struct Trains {
   using Record = Entry<keyLength>;
 
-  std::unique_ptr<Record[]> area;  // not cleared: a large one would cost time before any record is read
-  std::size_t capacity = 0;        // entries of a train, and one for its end
+  Record* area;
+  std::size_t capacity = 0;  // entries of a train, and one for its end
   std::size_t count = 0;
   Writer out{openWorkFile()};
   std::vector<std::uint64_t> starts;  // in the work file
@@ -57,8 +56,7 @@ struct Trains {
   Record last{};                      // written
 
   explicit Trains(std::size_t areaSize)
-      : area(std::make_unique_for_overwrite<Record[]>(areaSize / sizeof(Record))),
-        capacity(areaSize / (sizeof(Record) + 4) - 1) {}
+      : area(static_cast<Record*>(largeMemory(areaSize))), capacity(areaSize / (sizeof(Record) + 4) - 1) {}
 
   /// The place for the next entry. It counts once `accept` is called.
   Record& next() { return area[count]; }
@@ -93,7 +91,11 @@ struct Trains {
       if (!starts.empty()) putEnd();
       starts.push_back(position);
     }
-    for (const Pair& pair : pairs) out.put(&area[pair.entry], sizeof(Record));
+    constexpr std::size_t ahead = 12;
+    for (std::size_t i = 0; i < count; ++i) {
+      __builtin_prefetch(&area[pairs[std::min(i + ahead, count - 1)].entry]);
+      out.put(&area[pairs[i].entry], sizeof(Record));
+    }
     out.flush();
     if (count != 0) last = area[pairs[count - 1].entry];
     position += count * sizeof(Record);

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "files.h"
@@ -36,7 +35,9 @@ struct Tree {
 
   Writer out;
   bool byNumber;
-  std::FILE* droppedKeys = nullptr;  // set: of equal keys only the first is kept, and the others are listed here
+  bool dropsKeys = false;  // of equal keys only the first is kept, and the others are listed
+  Writer dropped;
+  Writer messages{STDOUT_FILENO};
 
   Tree(int fd, bool positionsAreNumbers) : out{fd}, byNumber(positionsAreNumbers) {
     for (std::size_t i = 0; i < levels.size(); ++i) levels[i].level = static_cast<std::uint16_t>(i);
@@ -46,7 +47,7 @@ struct Tree {
 
   void add(const Record& entry) {
     const bool equal = started && std::memcmp(before.key, entry.key, keyLength) == 0;
-    if (equal && droppedKeys != nullptr) {
+    if (equal && dropsKeys) {
       reportDropped(entry);
       return;
     }
@@ -77,6 +78,10 @@ struct Tree {
       if (levels[level].count != 0) child = writeNode(levels[level]);
     }
     out.flush();
+    if (dropsKeys) {
+      dropped.flush();
+      messages.flush();
+    }
     levels[top].right = child;
     if (::pwrite(out.fd, &levels[top], sizeof(Node), 1024) != sizeof(Node)) fail("cannot write the root");
   }
@@ -89,14 +94,19 @@ struct Tree {
   bool started = false;
   std::uint16_t duplicate = 0;
 
-  // A line of the error file, and the same as a message, which goes out at once.
+  // A line of the error file, and the same as a message.
   void reportDropped(const Record& entry) {
-    char line[64 + keyLength];
-    const int size = std::snprintf(line, sizeof line, "Duplicate Key ignored at:%16llX Key:%.*s \r\n",
-                                   static_cast<unsigned long long>(entry.lfa), static_cast<int>(keyLength),
-                                   reinterpret_cast<const char*>(entry.key));
-    std::fwrite(line, 1, static_cast<std::size_t>(size), droppedKeys);
-    if (::write(STDOUT_FILENO, line, static_cast<std::size_t>(size)) != size) fail("cannot write a message");
+    static constexpr char text[] = "Duplicate Key ignored at:                 Key:";
+    constexpr std::size_t hexEnd = 41;
+    char line[sizeof text + keyLength + 2];
+    std::memcpy(line, text, sizeof text - 1);
+    std::uint64_t rest = entry.lfa;
+    for (std::size_t place = hexEnd; place == hexEnd || rest != 0; rest /= 16)
+      line[--place] = "0123456789ABCDEF"[rest % 16];
+    std::memcpy(line + sizeof text - 1, entry.key, keyLength);
+    std::memcpy(line + sizeof text - 1 + keyLength, " \r\n", 3);
+    dropped.put(line, sizeof line);
+    messages.put(line, sizeof line);
   }
 
   std::uint32_t writeNode(Node& node) {
