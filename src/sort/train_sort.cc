@@ -222,10 +222,24 @@ bool sortsAfter(const SortArea& area, std::uint32_t a, std::uint32_t b) {
   return compareSortEntries(area.entryOfSlot(a), area.entryOfSlot(b), area.keyLength) > 0;
 }
 
+// Entries that come in order already, as those of an index do, need no sort. In any other train the first few tell.
+bool isInOrder(const SortArea& area, std::uint32_t count) {
+  if (count == 0) return true;
+  const std::uint64_t mask = keyPrefixMask(area.keyLength, 0);
+  std::uint64_t before = loadKeyPrefix(entryKey(area.entryOfSlot(0))) & mask;
+  for (std::uint32_t slot = 1; slot < count; ++slot) {
+    const std::uint64_t prefix = loadKeyPrefix(entryKey(area.entryOfSlot(slot))) & mask;
+    if (prefix < before || (prefix == before && sortsAfter(area, slot - 1, slot))) return false;
+    before = prefix;
+  }
+  return true;
+}
+
 }  // namespace
 
 void sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs) {
   for (std::uint32_t slot = 0; slot <= count; ++slot) area.slots[slot] = slot;
+  if (isInOrder(area, count)) return;
   auto* const pairArea = reinterpret_cast<SortPair*>(pairs);
   auto* const otherPairs = pairArea + maxPairs;
   sortGroup({area, method, pairArea, otherPairs, reinterpret_cast<std::uint64_t*>(otherPairs)}, {area.slots, count}, 0);
