@@ -139,7 +139,7 @@ Failure sortPhase(Scanner& scanner, Sorter& sorter, DeletedRecordSink deleted, c
     }
     if (!failure.none()) return {FilledTrain::State::failed, 0};
     const bool last = train.result == ScanResult::inputExhausted;
-    return {last ? FilledTrain::State::last : FilledTrain::State::more, train.entries, scanner.bytesRead(), fileLength};
+    return {last ? FilledTrain::State::last : FilledTrain::State::more, train.entries, scanner.currentLfa, fileLength};
   };
   const SortResult result = formTrains(sorter, files, messages, scanTrain);
   return result == SortResult::sourceFailed ? failure : failureOf(result, sorter);
