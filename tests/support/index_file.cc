@@ -151,8 +151,8 @@ std::vector<IndexEntry> expectedEntries(std::vector<DataRecord> records, bool re
   for (const DataRecord& record : records) {
     const std::uint64_t position = recordNumbers ? record.lfa / record.length : record.lfa;
     const bool duplicate = !entries.empty() && entries.back().key == record.key;
-    entries.push_back({static_cast<std::uint32_t>(position), duplicate ? entries.back().duplicateNumber + 1 : 0,
-                       record.length, record.key});
+    const std::uint32_t number = duplicate ? (entries.back().duplicateNumber + 1) % 65536 : 0;
+    entries.push_back({static_cast<std::uint32_t>(position), number, record.length, record.key});
   }
   return entries;
 }
