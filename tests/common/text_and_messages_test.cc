@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "common/output.h"
-#include "support/test_run.h"
+#include "support/test_parts.h"
 
 namespace tarnvale {
 namespace {
@@ -22,13 +21,13 @@ TEST(FixedText, SaysNoToWhatDoesNotFitAndStaysATextForSystemCalls) {
 }
 
 TEST(Messages, ThatAreTooLongLoseTheMiddleOfTheirFileNames) {
-  TestRun run;
+  TestMessages messages;
   const std::string name = "/start" + std::string(500, 'x') + "end.txt";
-  composeMessage(*run, {"Can't open ", fileName(name), ".\n"});
-  EXPECT_EQ(run->messageBuffer.view(),
+  composeMessage(messages, {"Can't open ", fileName(name), ".\n"});
+  EXPECT_EQ(messages.buffer.view(),
             "Can't open /start" + std::string(135, 'x') + "..." + std::string(135, 'x') + "end.txt.\n");
-  composeMessage(*run, {"Indexing ", fileName("a.txt"), " into ", fileName(name), "\n"});
-  EXPECT_EQ(run->messageBuffer.view(),
+  composeMessage(messages, {"Indexing ", fileName("a.txt"), " into ", fileName(name), "\n"});
+  EXPECT_EQ(messages.buffer.view(),
             "Indexing a.txt into /start" + std::string(131, 'x') + "..." + std::string(131, 'x') + "end.txt\n");
 }
 

@@ -3,7 +3,7 @@
 #include "driver/failure_messages.h"
 #include "driver/leading_options.h"
 #include "driver/run_clock.h"
-#include "support/test_run.h"
+#include "support/test_parts.h"
 
 namespace tarnvale {
 namespace {
@@ -11,7 +11,7 @@ namespace {
 TEST(RunClock, ShowsElapsedTimeInTwoDigitHours) {
   const std::pair<std::time_t, const char*> cases[] = {
       {0, "00:00:00"}, {3725, "01:02:05"}, {359999, "99:59:59"}, {360000, "99:59:59"}, {-5, "00:00:00"}};
-  for (const auto& [seconds, text] : cases) EXPECT_EQ(FormatElapsed(seconds).view(), text);
+  for (const auto& [seconds, text] : cases) EXPECT_EQ(formatElapsed(seconds).view(), text);
 }
 
 TEST(LeadingOptions, AreTakenUpToTheFirstArgumentWithoutHyphen) {
@@ -31,42 +31,41 @@ TEST(LeadingOptions, AreTakenUpToTheFirstArgumentWithoutHyphen) {
                {{"-I", "foo.cfg", "data"}, "1048576 20000 0 0 foo.cfg 1", ""},
                {{"-i", "-x"}, "1048576 20000 0 0  1", "Invalid parameter for -i option!\n"}};
   for (auto c : cases) {
-    TestRun run;
+    LeadingOptions options;
+    TestMessages messages;
     std::vector<char*> pointers;
     for (std::string& word : c.arguments) pointers.push_back(word.data());
     Arguments rest(pointers);
-    EXPECT_EQ(takeLeadingOptions(*run, rest), c.message.starts_with("Invalid") ? status::iniNameMissing : 0);
-    EXPECT_EQ(run.messages(), c.message);
-    run->messageBuffer.format("%u %u %d %d %s %zu", run->maxMemory, run->maxSortTrains, run->sortMethod,
-                              run->debugMode ? 1 : 0, run->iniFileName.c_str(), rest.size());
-    EXPECT_EQ(run->messageBuffer.view(), c.settings) << c.arguments[0];
+    const bool invalid = c.message.starts_with("Invalid");
+    EXPECT_EQ(takeLeadingOptions(options, messages, rest), invalid ? status::iniNameMissing : 0);
+    EXPECT_EQ(messages.text(), c.message);
+    messages.buffer.format("%u %u %d %d %s %zu", options.sort.maxMemory, options.sort.maxTrains,
+                           static_cast<int>(options.sort.method), messages.debugMode ? 1 : 0,
+                           options.iniFileName.c_str(), rest.size());
+    EXPECT_EQ(messages.buffer.view(), c.settings) << c.arguments[0];
   }
 }
 
 TEST(FailureMessages, SayWhatFailedInItsPhase) {
   const struct {
-    void (*put)(RunContext&, StatusCode);
-    StatusCode status;
+    void (*put)(const Failure&, const TrackedFiles&, Messages&);
+    Failure failure;
     const char* text;
-  } cases[] = {{putParseFailure, -113, "Overlapping keys are not allowed.\n"},
-               {putParseFailure, -101, "from the buffer\n"},
-               {putBuildFailure, -5,
+  } cases[] = {{putBuildFailure,
+                {-5, FileRole::input, 5000000000},
                 "WARNING!  INDEX failed reading input file in.\n"
                 "Invalid EOR found for record starting at byte offset: 5000000000.\n"},
-               {putBuildFailure, -158, "WARNING!  INDEX failed writing to file work2.\n"},
-               {putBuildFailure, -9, ""},
-               {putCompactFailure, -102, "Not a valid .isi file structure for file: in.\n"},
-               {putCompactFailure, -162, "Invalid ISI version to compact file named:  in.\n"},
-               {putCompactFailure, -156, "WARNING!  INDEX failed writing to file work2.\n"}};
+               {putBuildFailure, {-158, FileRole::workFile2}, "WARNING!  INDEX failed writing to file work2.\n"},
+               {putBuildFailure, {-9}, ""},
+               {putCompactFailure, {-162}, "Invalid ISI version to compact file named:  in.\n"},
+               {putCompactFailure, {-156, FileRole::workFile2}, "WARNING!  INDEX failed writing to file work2.\n"}};
   for (const auto& c : cases) {
-    TestRun run;
-    run.openWorkFiles();
-    ASSERT_TRUE(run->inputName.assign("in") && run->tempName2.assign("work2"));
-    run->messageBuffer.format("from the buffer");
-    run->currentLfa = 5000000000;
-    run->mergeOutputFd = run->tempFd2;
-    c.put(*run, c.status);
-    EXPECT_EQ(run.messages(), c.text) << c.status;
+    TestMessages messages;
+    TrackedFiles files;
+    files[FileRole::input].name.assignCut("in");
+    files[FileRole::workFile2].name.assignCut("work2");
+    c.put(c.failure, files, messages);
+    EXPECT_EQ(messages.text(), c.text) << c.failure.code;
   }
 }
 
