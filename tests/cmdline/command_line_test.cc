@@ -1,9 +1,11 @@
+#include "cmdline/command_line.h"
+
 #include <gtest/gtest.h>
 
 #include "cmdline/file_fields.h"
 #include "cmdline/key_specification.h"
 #include "cmdline/option_section.h"
-#include "support/test_run.h"
+#include "support/test_parts.h"
 
 namespace tarnvale {
 namespace {
@@ -22,12 +24,12 @@ TEST(FileFields, AreSeparatedByCommasOrBlanks) {
       {"a,,L65534 -1", "a||65534||a,,L65534 -1|-1"},
       {name249 + " -1", name249 + "||0||" + name249 + ",,-1|-1"}};
   for (const auto& [line, expected] : cases) {
-    TestRun run;
+    Settings settings;
     std::string_view rest = line;
-    EXPECT_EQ(takeFileFields(*run, rest), status::success) << line;
-    std::string fields = std::string(run->inputName) + "|" + run->outputName.c_str() + "|";
-    fields += std::to_string(run->recordLengthSpec) + "|" + run->tempPath.c_str() + "|";
-    EXPECT_EQ(fields + run->storedCommandLine.c_str() + "|" + std::string(rest), expected);
+    EXPECT_EQ(takeFileFields(settings, rest), status::success) << line;
+    std::string fields = std::string(settings.dataName) + "|" + settings.indexName.c_str() + "|";
+    fields += std::to_string(settings.recordLength) + "|" + settings.tempPath.c_str() + "|";
+    EXPECT_EQ(fields + settings.storedCommandLine.c_str() + "|" + std::string(rest), expected);
   }
 }
 
@@ -39,24 +41,26 @@ TEST(FileFields, ThatAreWrongAreRefused) {
       {"a,,l10x -1", -108}, {"a,,L65535 -1", -108}, {"a,,l99999999999 -1", -108},
       {name250, -107},      {"a," + name250, -107}, {"a,b,," + name250, -107}};
   for (const auto& [line, status] : cases) {
-    TestRun run;
+    Settings settings;
     std::string_view rest = line;
-    EXPECT_EQ(takeFileFields(*run, rest), status) << line;
+    EXPECT_EQ(takeFileFields(settings, rest), status) << line;
   }
 }
 
 // One letter for each setting that is on; then the numbers.
-std::string settingsOf(const RunContext& r) {
-  constexpr std::string_view letters = "ciLbkz$nDvEqsCwfOrgu";
-  const bool settings[] = {r.compactOptions % 2 == 1,  r.displayInfoRequested,  r.compactLocking,  !r.tabExpansion,
-                           r.compactOptions / 2 == 1,  r.discardPathInHeader,   r.quietDuplicates, r.noDuplicates,
-                           r.ignoreDuplicatesForNodup, r.variableLengthAllowed, r.errorFileWanted, r.quitIfNoData,
-                           r.spaceCompressionAllowed,  !r.recordCountEnabled,   r.writeAllAtEnd,   r.binaryRecords,
-                           !r.recordNumberAddressing,  r.reindexRequested,      r.binaryWithEor,   r.upperCaseKeys};
-  std::string text;
-  for (std::size_t i = 0; i < letters.size(); ++i) text += settings[i] ? letters.substr(i, 1) : "";
+std::string settingsOf(const Settings& s) {
+  const auto on = [](const char* letter, bool value) { return std::string(value ? letter : ""); };
+  const std::string command = on("c", s.compact) + on("i", s.display) + on("r", s.reindex) + on("L", s.compactLocking) +
+                              on("k", s.keepStoredCommand) + on("z", s.discardPathInHeader) +
+                              on("y", s.noDriveInHeader) + on("q", s.quitIfNoData) + on("C", !s.recordCountEnabled);
+  const std::string keys = on("n", s.noDuplicates) + on("D", s.ignoreDuplicates) + on("$", s.quietDuplicates) +
+                           on("E", s.errorFileWanted) + on("u", s.keys.upperCase);
+  const std::string records = on("v", s.variableLength) + on("s", s.spaceCompression) + on("b", !s.tabExpansion) +
+                              on("f", s.binaryRecords) + on("g", s.binaryWithEor) + on("M", s.markless) +
+                              on("w", s.writeAllAtEnd) + on("O", !s.recordNumberAddressing);
   const auto number = [](auto value) { return " " + std::to_string(value); };
-  return text + number(r.keyLength) + number(r.recordLengthSpec) + number(r.maxFillPercent) + number(r.osType);
+  return command + keys + records + number(s.keys.keyLength) + number(s.recordLength) + number(s.maxFillPercent) +
+         number(s.osType);
 }
 
 TEST(OptionSection, SetsWhatItsLettersSay) {
@@ -68,19 +72,19 @@ TEST(OptionSection, SetsWhatItsLettersSay) {
       {"-n0", "nDE 0 0 100 0"},
       {"-v", "vwO 0 0 100 0"},
       {"-c", "cL 0 0 100 0"},
-      {"-n$", "$nD 0 0 100 0"},
+      {"-n$", "nD$ 0 0 100 0"},
       {"-so", "vswO 0 0 100 16"},
       {"-c=1", "c 0 0 100 0"},
       {"-nd", "E 0 0 100 0"},
-      {"-f=80 1-3", "f 3 80 100 0"},
+      {"-f=80 1-3", "fM 3 80 100 0"},
       {"-ir,k", "ir 0 0 100 0"},
-      {"-e q w z b m50 o=1,1", "bzEqw 1 0 50 8"},
+      {"-e q w z b m50 o=1,y,1", "zyqEbw 1 0 50 8"},
       {"-1-10z2x200>k!", "zC 103 0 100 0"},
       {"-u 1-10 k=3", "u 10 0 100 0"}};
-  for (const auto& [section, settings] : cases) {
-    TestRun run;
-    EXPECT_EQ(parseOptionSection(*run, section), status::success) << section;
-    EXPECT_EQ(settingsOf(*run), settings) << section;
+  for (const auto& [section, expected] : cases) {
+    Settings settings;
+    EXPECT_EQ(parseOptionSection(settings, section), status::success) << section;
+    EXPECT_EQ(settingsOf(settings), expected) << section;
   }
 }
 
@@ -96,8 +100,8 @@ TEST(OptionSection, StopsAtTheFirstItemThatIsWrong) {
       {specs33, -115},   {"-1-151", -114},        {"-p1=a,p=1='X'", -118}, {"-5,10-1", -113},   {eleven, -135},
       {"-p1", -118},     {"-1-149,p200=a", -118}, {"-p1!a", -118},         {"-p65536=a", -118}, {"-1--2", -112}};
   for (const auto& [section, status] : cases) {
-    TestRun run;
-    EXPECT_EQ(parseOptionSection(*run, section), status) << section;
+    Settings settings;
+    EXPECT_EQ(parseOptionSection(settings, section), status) << section;
   }
 }
 
@@ -108,21 +112,35 @@ TEST(KeySpecifications, BecomeColumnsInTheOrderGiven) {
       {"-65534,1", "65534 1 65533+1 0+1 "},       {"-p3=x,4-2", "4 3 2 3+65535 "},
   };
   for (const auto& [section, expected] : cases) {
-    TestRun run;
-    EXPECT_EQ(parseOptionSection(*run, section), status::success);
-    closeColumnTable(*run);
-    std::vector<int> columns(run->keyLength);
-    for (std::uint32_t i = 0; i < run->columnEntryCount; ++i) {
-      columns.at(run->columnTable[i].keyPosition) = run->columnTable[i].column + 1;
-      EXPECT_TRUE(i == 0 || run->columnTable[i - 1].column < run->columnTable[i].column);
+    Settings settings;
+    EXPECT_EQ(parseOptionSection(settings, section), status::success);
+    KeyColumns& keys = settings.keys;
+    closeColumnTable(keys);
+    std::vector<int> columns(keys.keyLength);
+    for (std::uint32_t i = 0; i < keys.entryCount; ++i) {
+      columns.at(keys.table[i].keyPosition) = keys.table[i].column + 1;
+      EXPECT_TRUE(i == 0 || keys.table[i - 1].column < keys.table[i].column);
     }
-    EXPECT_EQ(run->columnTable[run->columnEntryCount].keyPosition, ColumnEntry::endOfTable);
+    EXPECT_EQ(keys.table[keys.entryCount].keyPosition, ColumnEntry::endOfTable);
     std::string text;
     for (const int column : columns) text += std::to_string(column) + " ";
-    for (std::uint32_t i = 0; i < run->keySpecCount; ++i) {
-      text += std::to_string(run->keySpecs[i].start) + "+" + std::to_string(run->keySpecs[i].length) + " ";
+    for (std::uint32_t i = 0; i < keys.specCount; ++i) {
+      text += std::to_string(keys.specs[i].start) + "+" + std::to_string(keys.specs[i].length) + " ";
     }
     EXPECT_EQ(text, expected);
+  }
+}
+
+TEST(CommandLine, IsCheckedOnceItsOptionsAreKnown) {
+  const std::pair<const char*, StatusCode> cases[] = {
+      {"data -1", 0},    {"idx -c", 0},           {"idx -r", 0},         {"data", -104},   {"data,isi,l5,/tmp x", -104},
+      {"data -v", -104}, {"data -f=5,v,1", -124}, {"data -g=0,1", -133}, {"none -1", -110}};
+  for (const auto& [line, status] : cases) {
+    TestMessages messages;
+    const auto makeFiles = [](const Settings& settings) {
+      return settings.dataName.view() == "none" ? status::workFileNotCreated : status::success;
+    };
+    EXPECT_EQ(parseCommandLine(line, Environment(), messages, makeFiles).status, status) << line;
   }
 }
 
@@ -134,11 +152,11 @@ TEST(PrimaryOption, RefusesExpressionsThatAreWrong) {
                                "-p=1NE'A'",  "-p=1='A",         "-p=1=A",           "-p=1='A'&", "-p=\"1='A'",
                                "-p=1='A'\"", "-p=1E'X'p=2='Y'", terms24 + "&1='a'", text300};
   for (const std::string& section : cases) {
-    TestRun run;
-    EXPECT_EQ(parseOptionSection(*run, section), status::invalidPrimaryOption) << section;
+    Settings settings;
+    EXPECT_EQ(parseOptionSection(settings, section), status::invalidPrimaryOption) << section;
   }
-  TestRun run;
-  EXPECT_EQ(parseOptionSection(*run, terms24), status::success);
+  Settings settings;
+  EXPECT_EQ(parseOptionSection(settings, terms24), status::success);
 }
 
 }  // namespace
