@@ -1,100 +1,82 @@
-#include "sort/record_scan.h"
+#include "data/record_scan.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include "cmdline/key_specification.h"
 #include "cmdline/option_section.h"
-#include "sort/end_of_record.h"
-#include "sort/key_extraction.h"
-#include "sort/sort_phase.h"
 #include "support/data_sample.h"
-#include "support/test_run.h"
+#include "support/test_parts.h"
 
 namespace tarnvale {
 namespace {
 
 using namespace std::string_literals;
 
-TEST(EndOfRecord, IsThatOfTheLastRecordWhereverChunksEnd) {
-  using enum EorConvention;
-  const struct {
-    std::string content;
-    EorConvention convention;
-    int recordLength;  // with the mark, 0 when none is found
-    std::string mark;
-  } cases[] = {
-      {"abc\nabcde\n", lf, 6, "\n"},      {"abc\rabc\r", cr, 4, "\r"},         {"abc\nab\r\n", crLf, 4, "\r\n"},
-      {"ab\n\0\0\0abcd\n"s, lf, 5, "\n"}, {"ab\n\rabcd\n\r", lfCr, 6, "\n\r"}, {"abc\r\n\0\0\0"s, crLf, 5, "\r\n"},
-      {"abc\nxy", lf, 4, "\n"},           {"abc\n\x1A", lf, 4, "\n"},          {"\n\n", lf, 1, "\n"},
-      {"", systemDefault, 0, "\n"},       {"abcdef", systemDefault, 0, "\n"},  {"\r", systemDefault, 0, "\r"}};
-  for (const auto& c : cases) {
-    for (const std::size_t bufferSize : {2U, 3U, 4U, 7U, 64U}) {
-      TestRun run;
-      run->inputFd = ::open(run.folder.write("data", c.content).c_str(), O_RDONLY);
-      std::vector<std::uint8_t> buffer(bufferSize);
-      EXPECT_EQ(DetectEndOfRecord(*run, run->inputFd, buffer), c.convention) << c.content;
-      EXPECT_EQ(run->foundRecordLength, c.recordLength) << c.content;
-      const char mark[] = {static_cast<char>(run->eorChar1), static_cast<char>(run->eorChar2)};
-      EXPECT_EQ(std::string(mark, run->eorLength), c.mark);
-      if (c.convention == systemDefault) continue;
-      run->variableLengthAllowed = true;  // then only the last chunk counts
-      const bool seen = c.content.find_last_of("\r\n") + bufferSize > c.content.size();
-      EXPECT_EQ(DetectEndOfRecord(*run, run->inputFd, buffer), seen ? c.convention : systemDefault) << c.content;
-    }
-  }
-}
-
-struct Scan {
+struct Found {
   std::vector<DataRecord> records;
-  StatusCode status;
+  std::vector<std::uint64_t> deletedLfas;
+  ScanResult result = ScanResult::trainFull;
 };
 
-Scan scanAll(TestRun& run) {
-  Scan scan{{}, divideSortArea(*run, run->keyLength)};
-  while (scan.status == status::trainFull) {
-    scan.status = CreateSubList(*run);
-    if (scan.status < status::inputExhausted) break;
-    const std::uint8_t* entry = run->sortAreaBase;
-    for (; !isEndMarker(entry); entry += run->sortEntrySize) {
-      const std::string key(reinterpret_cast<const char*>(entryKey(entry)), run->keyLength);
-      scan.records.push_back({entryLfa(entry), entryRecordLength(entry), key});
+// Scans to the end, in trains of 50 entries.
+Found scanAll(TestScan& scan) {
+  const std::uint32_t keyLength = scan.settings.keys.keyLength;
+  const std::uint32_t entrySize = keyLength + sortEntryHeadSize;
+  std::vector<std::uint8_t> memory(51 * std::size_t{entrySize});
+  const EntryArea area{memory.data(), 50, entrySize};
+  Found found;
+  while (found.result == ScanResult::trainFull) {
+    const ScannedTrain train = createSubList(scan.scanner, area, scan.messages, [&](std::uint64_t lfa) {
+      found.deletedLfas.push_back(lfa);
+      return true;
+    });
+    found.result = train.result;
+    const std::uint8_t* entry = area.first;
+    for (std::uint32_t i = 0; i < train.entries; ++i, entry += entrySize) {
+      const std::string key(reinterpret_cast<const char*>(entryKey(entry)), keyLength);
+      found.records.push_back({entryLfa(entry), entryRecordLength(entry), key});
     }
-    const bool full = entry == run->sortAreaBase + (run->sortEntryCapacity - 1) * std::size_t{run->sortEntrySize};
-    EXPECT_TRUE(full || scan.status == status::inputExhausted) << "a train ended early";
+    EXPECT_TRUE(isEndMarker(entry));
+    EXPECT_TRUE(train.result != ScanResult::trainFull || train.entries == area.room) << "a train ended early";
   }
-  return scan;
+  return found;
 }
 
 TEST(RecordScan, FindsEveryRecordOfEveryFormatAcrossBlocksAndTrains) {
   std::mt19937 random(1);
   for (int round = 0; round < 60; ++round) {
     const DataSample sample = makeSample(round, 300000, random);
-    TestRun run(4096);
-    ASSERT_EQ(run.open(sample.bytes, sample.options, sample.recordLength), status::success);
-    const Scan scan = scanAll(run);
-    EXPECT_EQ(scan.status, status::inputExhausted) << round;
-    EXPECT_TRUE(scan.records == sample.records) << round;
-    EXPECT_EQ(deletedLfas, sample.deletedLfas) << round;
-    EXPECT_EQ(run->deletedRecordCount, sample.deletedLfas.size());
-    EXPECT_FALSE(run->variableLengthFound || run->recordSizeInvalid) << round;
+    TestScan scan;
+    ASSERT_EQ(scan.open(sample.bytes, sample.options, sample.recordLength), status::success);
+    const Found found = scanAll(scan);
+    const ScanFindings& findings = scan.scanner.findings;
+    EXPECT_EQ(found.result, ScanResult::inputExhausted) << round;
+    EXPECT_TRUE(found.records == sample.records) << round;
+    EXPECT_EQ(found.deletedLfas, sample.deletedLfas) << round;
+    EXPECT_EQ(findings.deletedCount, sample.deletedLfas.size());
+    EXPECT_FALSE(findings.format.variableLength || findings.format.overlongRecord) << round;
+    EXPECT_GE(scan.scanner.bytesRead() + 1, sample.bytes.size()) << "all but a closing Ctrl-Z";
   }
 }
 
-// Records as position+length:key, deleted records, what was found irregular, and a failure.
-std::string scanAndDescribe(TestRun& run) {
-  const Scan scan = scanAll(run);
+// Records as position+length:key, deleted records, what was found irregular, or a failure.
+std::string scanAndDescribe(TestScan& scan) {
+  const Found found = scanAll(scan);
   std::string text;
-  for (const auto& [lfa, length, key] : scan.records) {
+  for (const auto& [lfa, length, key] : found.records) {
     text += std::to_string(lfa) + "+" + std::to_string(length) + ":" + key + " ";
   }
-  for (const std::uint64_t lfa : deletedLfas) text += "deleted " + std::to_string(lfa) + " ";
-  text += run->variableLengthFound ? "variable " : "";
-  text += run->invalidRecordPosition ? "misplaced " : "";
-  text += run->spaceCompressionFound ? "tabs " : "";
-  text += run->recordSizeInvalid ? "long " : "";
-  const bool failed = scan.status != status::inputExhausted;
-  return failed ? std::to_string(scan.status) + " at " + std::to_string(run->currentLfa) : text;
+  for (const std::uint64_t lfa : found.deletedLfas) text += "deleted " + std::to_string(lfa) + " ";
+  const FormatFindings& format = scan.scanner.findings.format;
+  text += format.variableLength ? "variable " : "";
+  text += format.invalidPosition ? "misplaced " : "";
+  text += format.spaceCompression ? "tabs " : "";
+  text += format.overlongRecord ? "long " : "";
+  if (found.result == ScanResult::inputExhausted) return text;
+  const std::string what = found.result == ScanResult::recordTooLong        ? "too long"
+                           : found.result == ScanResult::invalidEndOfRecord ? "no mark"
+                                                                            : "not read";
+  return what + " at " + std::to_string(scan.scanner.currentLfa);
 }
 
 TEST(RecordScan, KnowsTheRulesOfEachFormat) {
@@ -116,22 +98,22 @@ TEST(RecordScan, KnowsTheRulesOfEachFormat) {
                {"ab\n\x1Axxx", "v,1", "", "0+3:a "},
                {"a\x1A\nbc\x1A", "v,2", "", "0+3:\x1A 3+3:c "},
                {"\x1A"s + "a\0\0\0b"s, "f=2,2", "", "0+2:a 4+2:b deleted 2 "},
-               {"ab\ncdxef\n", "g=2,1", "", "-5 at 3"},
-               {"ab\r\ncd\n\r", "g=2,1", "", "-5 at 0"},
+               {"ab\ncdxef\n", "g=2,1", "", "no mark at 3"},
+               {"ab\r\ncd\n\r", "g=2,1", "", "no mark at 0"},
                {"abcde\nab\n", "s,1", "l4", "0+6:a 6+3:a "},
                {"abcdef\nab\n", "s,1", "l4", "0+7:a 7+3:a long "},
                {std::string(65533, 'x') + "\n", "v,1", "l9", "0+65534:x "},
-               {std::string(65534, 'x') + "\n", "v,1", "l9", "-161 at 0"},
+               {std::string(65534, 'x') + "\n", "v,1", "l9", "too long at 0"},
                {"a\r\n" + std::string(65531, 'x') + "\r\n", "v,1", "l9", "0+3:a 3+65533:x "},
-               {"a\r\n" + std::string(65532, 'x') + "\r\n", "v,1", "l9", "-161 at 3"},
+               {"a\r\n" + std::string(65532, 'x') + "\r\n", "v,1", "l9", "too long at 3"},
                {"a" + std::string(65000, 'x') + "z\n", "v,65002,1", "l9", "0+65003:za "},
                {std::string(40000, 'x') + "\r\n" + std::string(25533, 'y') + "\r\nz\r\n", "v,1",
                 "l50000",  // mark cut by a block
                 "0+40002:x 40002+25535:y 65537+3:z "}};
   for (const auto& c : cases) {
-    TestRun run;
-    ASSERT_EQ(run.open(c.data, c.options, c.recordLength), status::success) << run->messageBuffer.view();
-    EXPECT_EQ(scanAndDescribe(run), c.found) << c.options;
+    TestScan scan;
+    ASSERT_EQ(scan.open(c.data, c.options, c.recordLength), status::success) << scan.messages.buffer.view();
+    EXPECT_EQ(scanAndDescribe(scan), c.found) << c.options;
   }
 }
 
@@ -152,12 +134,31 @@ TEST(RecordScan, IndexesOnlyTheRecordsThatItsConditionsSelect) {
                                                        {"p=2='AC'|6='X'", "12"}, {"p=6='X'|2='AB'&6='Q'", "1"},
                                                        {"p=3='B'&2='A'", "13"}};
   for (const auto& [options, expected] : cases) {
-    TestRun run;
-    ASSERT_EQ(run.open(data, "s,"s + options + ",1"), status::success) << options;
+    TestScan scan;
+    ASSERT_EQ(scan.open(data, "s,"s + options + ",1"), status::success) << options;
     std::string selected;
-    for (const DataRecord& record : scanAll(run).records) selected += record.key;
+    for (const DataRecord& record : scanAll(scan).records) selected += record.key;
     EXPECT_EQ(selected, expected) << options;
-    EXPECT_EQ(run->scannedRecordCount, 6U);
+    EXPECT_EQ(scan.scanner.findings.recordCount, 6U);
+  }
+}
+
+// The string is as long as one may be. It begins behind a binary record, which does not end the comparison, and lies
+// before, across or behind the end of a block.
+TEST(RecordScan, ComparesBeyondTheEndOfABlock) {
+  std::string string;
+  for (int i = 0; i < 299; ++i) string += static_cast<char>('a' + i % 26);
+  for (const std::size_t start : {65236U, 65238U, 65534U, 65536U, 65538U}) {
+    for (const bool differs : {false, true}) {
+      std::string data(66000, '.');
+      data.replace(start, string.size(), string);
+      if (differs) data[start + 298] = '!';
+      TestScan scan;
+      ASSERT_EQ(scan.open(data, "f=2,p=3='" + string + "',1"), status::success);
+      std::vector<DataRecord> expected;
+      if (!differs) expected.push_back({start - 2, 2, "."});
+      EXPECT_TRUE(scanAll(scan).records == expected) << start;
+    }
   }
 }
 
@@ -185,29 +186,28 @@ std::string randomSection(std::mt19937& random, bool expression) {
 
 TEST(KeyExtraction, CopyingRangesGivesTheKeyOfTheColumnWalk) {
   std::mt19937 random(2);
-  TestRun run;
+  std::vector<std::uint8_t> expanded(expandedSize);
   int compared = 0;
   for (int round = 0; round < 10000; ++round) {
-    static_cast<CommandLineState&>(*run) = {};
+    Settings settings;
     const bool expression = round % 2 == 0;
     const std::string section = randomSection(random, expression);
-    ASSERT_EQ(parseOptionSection(*run, section), status::success) << section;
-    closeColumnTable(*run);
-    run->sortKeyLength = run->keyLength;
+    ASSERT_EQ(parseOptionSection(settings, section), status::success) << section;
+    closeColumnTable(settings.keys);
     std::string text;
     for (auto length = random() % 60; length > 0; --length) text += letters[random() % (expression ? 10 : 11)];
     const auto* const begin = reinterpret_cast<const std::uint8_t*>(text.data());
     const RecordBytes record = {begin, begin + text.size()};
-    run->readAheadEnd = record.end;
-    const KeyPlan plan = makeKeyPlan(*run);
+    const RecordComparison comparison{settings.selection, record.end, true};
+    const KeyPlan plan = makeKeyPlan(settings.keys);
     if (expression && text.size() < plan.columnsNeeded) continue;
-    std::vector<std::uint8_t> walked(run->keyLength);
-    std::vector<std::uint8_t> copied(run->keyLength);
-    walkColumns(*run, record, true, walked.data());
-    const std::uint32_t matched = run->matchCount;
-    copyKeyRanges(*run, plan, expandTabs(plan, record), copied.data());
-    ASSERT_EQ(run->matchCount, matched) << section << " of " << text;
-    if (matched != run->primaryOptionCount) continue;
+    std::vector<std::uint8_t> walked(plan.keyLength);
+    std::vector<std::uint8_t> copied(plan.keyLength);
+    const std::uint32_t matched = walkColumns(settings.keys, comparison, record, walked.data());
+    const bool hasTabs = text.find('\t') != std::string::npos;
+    const RecordBytes plain = hasTabs ? expandTabs(plan, record, expanded.data()) : record;
+    ASSERT_EQ(copyKeyRanges(plan, comparison, plain, copied.data()), matched) << section << " of " << text;
+    if (matched != settings.selection.optionCount) continue;
     ASSERT_EQ(walked, copied) << section << " of " << text;
     ++compared;
   }
