@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "support/index_file.h"
-#include "support/test_run.h"
+#include "support/test_parts.h"
 
 namespace tarnvale {
 namespace {
@@ -24,21 +27,22 @@ TEST(IndexBuild, FillsTheTreeFromItsLeavesUp) {
         records.push_back({data.size(), 11, std::to_string(2000000000 - i)});
         data += records.back().key + "\n";
       }
-      TestRun run;
+      TestBuild run;
       ASSERT_EQ(run.build(data, c.options, "l10"), status::success);
-      const IndexFile index = readIndex(run.folder.read("out.isi"), c.fillLimit);
+      const IndexFile index = readIndex(run.index(), c.fillLimit);
       EXPECT_EQ(index.faults, "") << c.options << " " << count;
-      EXPECT_TRUE(index.entries == expectedEntries(records, run->recordNumberAddressing)) << c.options << " " << count;
+      EXPECT_TRUE(index.entries == expectedEntries(records, run.settings.recordNumberAddressing))
+          << c.options << " " << count;
     }
   }
 }
 
 TEST(IndexBuild, DescribesItselfInTheHeader) {
-  TestRun run;
+  TestBuild run;
   const std::string options = "n0,u,o=1,p11=A,1-10,15-12";
   const std::string records = "0123456789A....56789\r\n1123456789A....56789\r\n0123456789B....56789\r\n";
   ASSERT_EQ(run.build(std::string(22, '\0') + records, options), status::success);
-  const std::string bytes = run.folder.read("out.isi");
+  const std::string bytes = run.index();
   const std::size_t fields[][3] = {
       // offset, width, value
       {0, 4, 0x49534953}, {4, 2, 0xFC03}, {6, 1, 0x65},       {7, 1, 0x09}, {8, 2, 20},   {10, 2, 14},
@@ -48,6 +52,46 @@ TEST(IndexBuild, DescribesItselfInTheHeader) {
   for (const auto& [offset, width, value] : fields) EXPECT_EQ(numberAt(bytes, offset, width), value) << offset;
   EXPECT_STREQ(&bytes[240], run.folder.path("data.txt").c_str());
   EXPECT_EQ(&bytes[496], run.folder.path("data.txt,out.isi,,") + run.folder.path("tmp -") + options);
+  TestBuild bare;
+  ASSERT_EQ(bare.build("k\n", "z,1"), status::success);
+  EXPECT_STREQ(&bare.index()[240], "data.txt");
+}
+
+TEST(IndexBuild, AddressesRecordsBeyondFourGigabytesByNumber) {
+  constexpr std::uint64_t start = (std::uint64_t{1} << 32) - 64;
+  TestBuild run;
+  const std::string data = run.folder.write("data.txt", "");
+  std::filesystem::resize_file(data, start);  // the scan begins behind these bytes
+  std::ofstream(data, std::ios::app) << std::string(64, 'b') + std::string(64, 'a') + std::string(64, '\0') + "a";
+  std::filesystem::resize_file(data, start + 4 * 64);
+  ASSERT_EQ(run.openExisting("f=64,1-2"), status::success);
+  run.scanner.currentLfa = run.scanner.blocks.position = start;
+  ASSERT_EQ(fillInputBuffer(run.scanner.blocks, run.messages), BlockResult::loaded);
+  ASSERT_EQ(run.buildOpened(), status::success);
+  const std::string bytes = run.index();
+  const IndexFile index = readIndex(bytes);
+  constexpr std::uint32_t number = start / 64;
+  const std::vector<IndexEntry> expected = {
+      {number + 3, 0, 64, "a\0"s}, {number + 1, 0, 64, "aa"}, {number, 0, 64, "bb"}};
+  EXPECT_TRUE(index.faults.empty() && index.entries == expected);
+  EXPECT_EQ(index.deleted, std::vector<std::uint32_t>{number + 2});
+  EXPECT_EQ(numberAt(bytes, 12, 4), number + 4) << "the extent of the data file";
+}
+
+TEST(IndexBuild, StopsBeforeItsNodePointersOverflow) {
+  const std::tuple<bool, std::uint32_t, bool> cases[] = {// by number, pointer of the last node, one more fits
+                                                         {true, 3, true},           {true, 0xFFFFFFFD, true},
+                                                         {true, 0xFFFFFFFE, false}, {false, 1536, true},
+                                                         {false, 0xFFFFFC00, true}, {false, 0xFFFFFE00, false}};
+  for (const auto& [byNumber, last, fits] : cases) {
+    TestMessages messages;
+    IndexOutput output;
+    output.recordNumbers = byNumber;
+    output.lastNodePointer = last;
+    EXPECT_EQ(advanceNodePointer(output, messages), fits);
+    EXPECT_EQ(output.lastNodePointer - last, !fits ? 0U : byNumber ? 1U : 512U);
+    EXPECT_EQ(messages.text().empty(), fits);
+  }
 }
 
 TEST(IndexBuild, KeepsTheFormatOfTheDataInTheHeader) {
@@ -67,9 +111,9 @@ TEST(IndexBuild, KeepsTheFormatOfTheDataInTheHeader) {
                {"ab\ncd\n", "w,o,1", 0x11A0, 0, 2, 2},
                {"abc\ncd\n", "s,p=1='a',1", 0xAA, 0xFF, 256, 7}};
   for (const auto& c : cases) {
-    TestRun run;
+    TestBuild run;
     ASSERT_EQ(run.build(c.data, c.options), status::success);
-    const std::string bytes = run.folder.read("out.isi");
+    const std::string bytes = run.index();
     EXPECT_EQ(numberAt(bytes, 6, 2), c.flags) << c.options;
     EXPECT_EQ(numberAt(bytes, 8, 2), c.length) << c.options;
     EXPECT_EQ(numberAt(bytes, 12, 4), c.extent) << c.options;
@@ -79,9 +123,9 @@ TEST(IndexBuild, KeepsTheFormatOfTheDataInTheHeader) {
 
 TEST(IndexBuild, ListsDeletedRecordsNewestNodeFirst) {
   for (const std::uint32_t deleted : {0U, 1U, 126U, 127U, 252U, 253U}) {
-    TestRun run;
+    TestBuild run;
     ASSERT_EQ(run.build("a\n" + std::string(std::size_t{deleted} * 2, '\0') + "b\n", "1"), status::success);
-    const std::string bytes = run.folder.read("out.isi");
+    const std::string bytes = run.index();
     const IndexFile index = readIndex(bytes);
     EXPECT_EQ(index.faults, "") << deleted;
     std::vector<std::uint32_t> expected;
@@ -109,15 +153,15 @@ TEST(IndexBuild, NumbersReportsOrDropsDuplicateKeys) {
                {"n0,1", "A0B0", reports("Duplicate Key ignored at:"), true},
                {"n$,1", "A0B0", "", false}};
   for (const auto& c : cases) {
-    TestRun run;
+    TestBuild run;
     ASSERT_EQ(run.build("A\nB\nA\nA\nB\n", c.options), status::success);
     std::string entries;
-    for (const IndexEntry& entry : readIndex(run.folder.read("out.isi")).entries) {
+    for (const IndexEntry& entry : readIndex(run.index()).entries) {
       entries += entry.key + std::to_string(entry.duplicateNumber);
     }
     EXPECT_EQ(entries, c.entries) << c.options;
     EXPECT_EQ(run.folder.read("out.ERR"), c.errorFile) << c.options;
-    EXPECT_EQ(run.messages().find("4 Key:A \n") != std::string::npos, c.toUser) << c.options;
+    EXPECT_EQ(run.messages.text().find("4 Key:A \n") != std::string::npos, c.toUser) << c.options;
   }
 }
 
@@ -132,12 +176,12 @@ TEST(IndexBuild, EndsAtSixteenLevels) {
       {65536, "m50,1-150", -13, "\nError! Tree level limit (16) can only support 65535 records for this ISI file! "},
       {1, "m00,1-150", -13, "\nError! Tree level limit (16) can only support 0 records for this ISI file! "}};
   for (const auto& c : cases) {
-    TestRun run;
+    TestBuild run;
     std::string data;
     for (int i = 0; i < c.records; ++i) data += std::to_string(100000 + i) + std::string(144, '.') + "\n";
     EXPECT_EQ(run.build(data, c.options), c.status);
-    EXPECT_NE((run.messages() + run->messageBuffer.c_str()).find(c.message), std::string::npos) << run.messages();
-    EXPECT_TRUE(c.status != 0 || readIndex(run.folder.read("out.isi"), 1).faults.empty());
+    EXPECT_NE((run.messages.text() + run.messages.buffer.c_str()).find(c.message), std::string::npos);
+    EXPECT_TRUE(c.status != 0 || readIndex(run.index(), 1).faults.empty());
   }
 }
 

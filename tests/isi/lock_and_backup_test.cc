@@ -10,7 +10,7 @@
 
 #include "isi/backup.h"
 #include "isi/data_file_lock.h"
-#include "support/test_run.h"
+#include "support/test_parts.h"
 
 namespace tarnvale {
 namespace {
@@ -54,69 +54,72 @@ bool othersMayLock(const std::string& file, const Lock& lock) {
 }
 
 TEST(DataFileLock, KeepsCompactionsAndApplicationsApart) {
+  using enum LockResult;
   const struct {
     std::optional<Lock> held;  // by an application
     bool locking;
     bool inPlace;
-    StatusCode status;
+    LockResult result;
     bool waits;
     std::string othersMay;  // read access, write access, read update, write update
-  } cases[] = {{{}, false, true, 0, false, "nnyy"},
-               {{}, true, true, 0, false, "ynnn"},
-               {{}, true, false, 0, false, "ynyn"},
-               {readAccess, false, true, -170, false, "ynyy"},
-               {writeUpdate, false, true, 0, false, "nnnn"},
-               {readAccess, true, true, 0, false, "ynnn"},
-               {writeAccess, true, true, -169, false, "nnyy"},
-               {readUpdate, true, false, 0, false, "ynyn"},
-               {readUpdate, true, true, 0, true, "ynnn"},
-               {writeUpdate, true, false, 0, true, "ynyn"}};
+  } cases[] = {{{}, false, true, granted, false, "nnyy"},
+               {{}, true, true, granted, false, "ynnn"},
+               {{}, true, false, granted, false, "ynyn"},
+               {readAccess, false, true, accessRefused, false, "ynyy"},
+               {writeUpdate, false, true, granted, false, "nnnn"},
+               {readAccess, true, true, granted, false, "ynnn"},
+               {writeAccess, true, true, accessRefused, false, "nnyy"},
+               {readUpdate, true, false, granted, false, "ynyn"},
+               {readUpdate, true, true, granted, true, "ynnn"},
+               {writeUpdate, true, false, granted, true, "ynyn"}};
   for (const auto& c : cases) {
-    TestRun run;
-    const std::string data = run.folder.write("data", "bytes");
-    run->compactLocking = c.locking;
-    run->inPlace = c.inPlace;
-    ASSERT_TRUE(run->isiDataFileName.assign(data));
+    const TestFolder folder;
+    const std::string data = folder.write("data", "bytes");
+    DataFileLock lock;
+    ASSERT_TRUE(lock.name.assign(data));
     const pid_t holder = c.held ? startHolder(data, *c.held, c.waits ? 200 : 20000) : 0;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(lockDataFile(*run, 1), c.status);
+    EXPECT_EQ(c.locking ? lockShared(lock, c.inPlace) : lockExclusive(lock, 1), c.result);
     const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
     EXPECT_TRUE(c.waits ? waited.count() > 0.05 : waited.count() < 10) << waited.count();
     std::string othersMay;
-    for (const Lock& lock : {readAccess, writeAccess, readUpdate, writeLastOfUpdate}) {
-      othersMay += othersMayLock(data, lock) ? 'y' : 'n';
+    for (const Lock& other : {readAccess, writeAccess, readUpdate, writeLastOfUpdate}) {
+      othersMay += othersMayLock(data, other) ? 'y' : 'n';
     }
     EXPECT_EQ(othersMay, c.othersMay);
-    EXPECT_EQ(ReleaseCompactLock(*run->dataFileLock), 0);
+    EXPECT_TRUE(releaseCompactLock(lock));
     EXPECT_TRUE(c.held || othersMayLock(data, writeUpdate));
     if (c.held) ::kill(holder, SIGKILL);
+    closeDataFileLock(lock);
+    EXPECT_TRUE(c.held || othersMayLock(data, writeAccess));
   }
 }
 
 // An index opened to be compacted in place.
-struct IndexInPlace : TestRun {
+struct IndexInPlace {
+  TestFolder folder;
+  TestMessages messages;
+  TestFiles files;
   std::string bytes = std::string(200000, 'x') + "end";
 
   explicit IndexInPlace(int access) {
-    RunContext& run = **this;
-    run.compactOptions = compact_option::compaction;
-    EXPECT_TRUE(run.inputName.assign(folder.write("idx.isi", bytes)));
-    run.inputFd = run.outputFd = ::open(run.inputName.c_str(), access);
+    TrackedFile& index = files[FileRole::input];
+    EXPECT_TRUE(index.name.assign(folder.write("idx.isi", bytes)) && openRegular(index, access));
   }
+  bool makeBackup() { return tarnvale::makeBackup(files, -1, messages); }
 };
 
 TEST(Backup, BringsTheIndexBackOrStays) {
   for (const int access : {O_RDWR, O_RDONLY}) {
     IndexInPlace run(access);
-    ASSERT_EQ(makeBackup(*run), status::success);
-    EXPECT_NE(run->compactOptions & compact_option::backupMade, 0U);
+    ASSERT_TRUE(run.makeBackup());
     EXPECT_TRUE(run.folder.read("idx.isi.bak") == run.bytes);
     run.folder.write("idx.isi", "half an index");
     const bool writable = access == O_RDWR;
-    EXPECT_EQ(restoreBackup(*run), writable ? status::success : status::restoreFailed);
+    EXPECT_EQ(restoreBackup(run.files, run.messages), writable);
     EXPECT_TRUE(run.folder.read(writable ? "idx.isi" : "idx.isi.bak") == run.bytes);
     EXPECT_EQ(run.folder.names(), writable ? "idx.isi" : "idx.isi idx.isi.bak");
-    EXPECT_NE(writable, run.messages().find("kept in the backup file: " + run.folder.path()) != std::string::npos);
+    EXPECT_NE(writable, run.messages.text().find("kept in the backup file: " + run.folder.path()) != std::string::npos);
   }
 }
 
@@ -126,9 +129,8 @@ TEST(Backup, ThatCannotBeMadeLeavesTheIndexAlone) {
     const std::string name = run.folder.path("idx.isi.bak");
     linked ? std::filesystem::create_hard_link(run.folder.path("idx.isi"), name)
            : static_cast<void>(std::filesystem::create_directory(name));
-    EXPECT_EQ(makeBackup(*run), status::backupFailed);
-    EXPECT_EQ(run->compactOptions & compact_option::backupMade, 0U);
-    EXPECT_EQ(run.messages(), "Unable to create backup file: " + name + "\n");
+    EXPECT_FALSE(run.makeBackup());
+    EXPECT_EQ(run.messages.text(), "Unable to create backup file: " + name + "\n");
     EXPECT_TRUE(run.folder.read("idx.isi") == run.bytes);
   }
 }
