@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <random>
+#include <regex>
 
 #include "support/index_file.h"
 #include "support/program_run.h"
@@ -42,6 +43,7 @@ TEST(Program, EndsEveryRunWithItsMessageAndLeavesOnlyWhatHolds) {
       {"abc\n", "data,data.TXT -1", 1, "\nThe Output file name can not be same as Input name.\n", "data.TXT"},
       {"abc\n", "data,out,,/none -1", 1, "\nOne of the temporary files could not be opened.\n", "data.TXT"},
       {"abc\n", "data,out -1" + std::string(530, ' '), 1, "an index can keep 527 characters", "data.TXT"},
+      {"abc\n", "data,out -1,1", 1, "\nOverlapping keys are not allowed.\n", "data.TXT"},
       {"abc\n", "data -?", 1, "\ntarnvale isi -[i|r]\n", "data.TXT"},
       {"abc\n", "-d", 1, "\nThe command line is incomplete.  Use -? option.\n", "data.TXT"},
       {"abc\n", "-Llog data,out -1", 0, "", "data.TXT log out.ISI"},
@@ -55,6 +57,52 @@ TEST(Program, EndsEveryRunWithItsMessageAndLeavesOnlyWhatHolds) {
     EXPECT_EQ(folder.names(), c.files) << c.arguments;
     EXPECT_EQ(folder.read("data.TXT"), c.data);
   }
+}
+
+TEST(Program, TellsInDebugModeWhatItDoesAndKeepsItsWorkFiles) {
+  const struct {
+    std::string data;
+    std::string arguments;
+    std::string message;  // without the letters that make the name of a work file
+    const char* files;
+  } cases[] = {
+      {"abc\nabd\n", "data.txt,out.isi,,./tmp -e,u,p3=c,2,1",
+       "\nINI file NOT USED!\nCommand line is:data.txt,out.isi,,./tmp -e,u,p3=c,2,1\n"
+       "Temporary file path is:./tmp\nCreated ./tmp/dsort as temp file 1\nCreated ./tmp/dsort as temp file 2\n"
+       "'QLX_NOPATH='\n  Col   Pos Char  Other\n    1     2       Key;  Upper Case;\n"
+       "    2     1       Key;  Upper Case;\n    3     0  'c'  = match;\nOpened data.txt as input file\n"
+       "Expected End of Record for data file is LF.\n\rCreated out.isi as output file\n"
+       "Created out.ERR as error file\nIndexing data.txt into out.isi\n1 records, 0 deleted entries\nStart time = ",
+       "data.txt out.isi tmp/dsort"},
+      {"abcd\nb\naaaaaa\nabcd\nc\n", "data.txt,out.isi,l4 -1",
+       "\n\nWriteTagRecord(2):\n1st Long Rec Length:7 at LFA:0x00000007 Max Allowed RecordLength:5!\n"
+       "\nWriteTagRecord(1):\n1st Short Rec Length:2 at LFA:0x00000005 Max Allowed RecordLength:5!\n5 records",
+       "data.txt tmp/dsort"},
+      {"ab\n\0cd\n"s, "data.txt,out.isi -1", "\nCreateSubList(1): Variable record detected after deleted record!\n",
+       "data.txt tmp/dsort"},
+      {"a\tb\nab\n", "data.txt,out.isi,l4 -s,1",
+       "\nCreateSubList(1):\n1st Long Rec Length:9 at LFA:0x00000000 Max Allowed RecordLength:5!\n",
+       "data.txt tmp/dsort"},
+      {"ab\ncdxef\n", "data.txt,out.isi -g=2,1", "at byte offset: 3.\n", "data.txt tmp/dsort tmp/dsort"}};
+  const std::regex workFile("dsort[0-9A-Za-z]{6}");
+  for (const auto& c : cases) {
+    const TestFolder folder;
+    folder.write("data.txt", c.data);
+    const std::string output = runProgram(folder, "-d " + c.arguments).output;
+    EXPECT_NE(std::regex_replace(output, workFile, "dsort").find(c.message), std::string::npos) << output;
+    EXPECT_EQ(std::regex_replace(folder.names(), workFile, "dsort"), c.files) << c.arguments;
+  }
+}
+
+TEST(Program, TakesItsSettingsFromTheIniFile) {
+  const TestFolder folder;
+  folder.write("data.dat", "abc\nabd\n");
+  folder.write("qx.def", std::string(512, ' ') + ". \3dat\0\0idx\0\0"s);
+  const std::string settings = "QLX_FNC=lower\nQLX_NOPATH=On\nQLX_SYSTEM=.\nQLX_TERM=qx\n";
+  folder.write("my.ini", "[Environment]\n" + settings);
+  EXPECT_EQ(runProgram(folder, "-imy ./DATA,Out -1-3").exitStatus, 0);
+  EXPECT_EQ(folder.names(), "data.dat my.ini out.idx qx.def");
+  EXPECT_STREQ(&folder.read("out.idx")[240], "data.dat");
 }
 
 TEST(Program, NeverWritesOverItsDataFile) {
