@@ -107,20 +107,28 @@ bool allZero(const std::array<std::uint8_t, N>& bytes) {
 
 bool sameName(std::string_view a, std::string_view b) { return compareNoCase(a, b) == 0; }
 
-// The name in a command may name a volume, write "/" for the "." of its extension, or lack that.
+// Equal but for one place, where one has the "/" and the other the separator of the extension.
+bool sameButForSlash(std::string_view written, std::string_view name) {
+  const std::size_t slash = written.rfind('/');
+  return written.size() == name.size() && slash != std::string_view::npos &&
+         sameName(written.substr(0, slash), name.substr(0, slash)) &&
+         sameName(written.substr(slash + 1), name.substr(slash + 1));
+}
+
+// The name in a command may name a volume that was set then or not, write "/" for the separator of its extension, or
+// lack that.
 bool namesDataFile(std::string_view written, std::string_view name) {
+  const std::string_view bare = bareName(name);
+  if (sameName(bareName(written), bare)) return true;
   std::string_view cut = written.substr(0, written.find(':'));
   if (cut.ends_with('.')) cut.remove_suffix(1);  // a name without an extension
-  const std::string_view bare = bareName(name);
   const std::string_view own = bareName(cut);
-  if (sameName(own, bare) || (own.find('.') == std::string_view::npos && sameName(own, withoutExtension(bare)))) {
-    return true;
-  }
-  const std::size_t slash = cut.rfind('/');
-  if (slash == std::string_view::npos) return false;
-  std::string joined(cut);
-  joined[slash] = bare.rfind('.') != std::string_view::npos ? '.' : '/';
-  return sameName(bareName(joined), bare);
+  const bool lacksExtension = own.find('.') == std::string_view::npos;
+  if (sameName(own, bare) || (lacksExtension && sameName(own, withoutExtension(bare)))) return true;
+  const std::size_t last = cut.rfind('/');
+  if (last == std::string_view::npos) return false;
+  const std::size_t before = cut.substr(0, last).rfind('/');  // none: npos + 1 is the beginning
+  return sameButForSlash(cut.substr(before + 1), bare);
 }
 
 // Options n0 and n$ leave records out, also when a later d takes the flag back. Any text that may be one of them

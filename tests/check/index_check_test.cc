@@ -70,11 +70,6 @@ TEST(Check, AcceptsWhatIsBuiltCompactedAndRebuiltInEveryFormat) {
 // the nodes 3, 4 and 5, node 16 stands above the leaves 6 to 15, and the root on level 2 has node 44 on its right.
 class DamagedIndex : public testing::Test {
  protected:
-  static constexpr std::size_t entrySize = 52;
-  static constexpr std::size_t leaf = 7 * 512;
-  static constexpr std::size_t inner = 16 * 512;
-  static constexpr std::size_t root = 1024;
-
   DamagedIndex() {
     for (int i = 0; i < 346; ++i) {
       std::string record = std::to_string(1000 + i * 77 % 173);
@@ -89,16 +84,17 @@ class DamagedIndex : public testing::Test {
 
   // The check of the index after the change must find `differences`, and say `text` among them.
   void expectFound(const char* what, const std::function<void(std::string&)>& change, int differences,
-                   const std::string& text) {
+                   const std::string& text, const std::string& option = "") {
     std::string bytes = index_;
     change(bytes);
     folder_.write("idx.ISI", bytes);
-    const Outcome outcome = run(folder_, "$C idx");
+    const Outcome outcome = run(folder_, "$C " + option + "idx");
     EXPECT_EQ(outcome.exitStatus, 1) << what;
     EXPECT_NE(outcome.output.find(text), std::string::npos) << what << "\n" << outcome.output;
-    const std::string count = "index is wrong: " + std::to_string(differences) + " difference";
+    const std::string count =
+        "index is wrong: " + (differences == 0 ? "" : std::to_string(differences) + " difference");
     EXPECT_NE(outcome.output.find(count), std::string::npos) << what << "\n" << outcome.output;
-    EXPECT_EQ(run(folder_, "$C -q idx").output, "") << what;
+    EXPECT_EQ(run(folder_, "$C -q " + option + "idx").output, "") << what;
   }
 
   void expectFoundInData(const char* what, const std::string& data, int differences, const std::string& text) {
@@ -116,51 +112,104 @@ auto set(std::size_t offset, std::size_t width, std::uint32_t value) {
   return [=](std::string& bytes) { setNumberAt(bytes, offset, width, value); };
 }
 
-TEST_F(DamagedIndex, IsFoundOut) {
-  const auto twice = [](std::string& b) { setNumberAt(b, inner + entrySize + 4, 4, numberAt(b, inner + 4, 4)); };
-  const auto swapped = [](std::string& b) {
-    const std::string first = b.substr(leaf, entrySize);
-    b.replace(leaf, entrySize, b, leaf + entrySize, entrySize).replace(leaf + entrySize, entrySize, first);
-  };
-  const auto lost = [](std::string& b) {
-    b.replace(leaf, 8 * entrySize, b, leaf + entrySize, 8 * entrySize)[leaf + 500] = 8;
-  };
-  const auto added = [](std::string& b) {
-    const std::string entries = b.substr(leaf, 8 * entrySize);
-    b.replace(leaf + entrySize, 8 * entrySize, entries);
-  };
-  expectFound("key byte", set(leaf + 12 + 5, 1, 'y'), 1, ", node 7: the key of the record is \"1005xxxx");
-  expectFound("position", set(leaf, 4, 5), 2, "key \"1005xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx\", LFA 205, node 7: no");
-  expectFound("duplicate number", set(leaf + 8, 2, 3), 1, "the duplicate number is 3 instead of 0");
-  expectFound("record length", set(leaf + 10, 2, 40), 1, "node 7: the record length is 40 instead of 41");
-  expectFound("two entries swapped", swapped, 2, "the record has no entry, or not in this place");
-  expectFound("lost entry", lost, 3, "node 7: it has 8 entries instead of 9");
-  expectFound("added entry", added, 2, "node 7: no record belongs to the entry, or not in this place");
-  expectFound("count of a leaf", set(leaf + 500, 1, 10), 1, "node 7: it has 10 entries instead of 9");
-  expectFound("level", set(inner + 506, 2, 0), 1, "node 16: its level is 0 instead of 1");
-  expectFound("level of the root", set(root + 506, 2, 1), 1, "node 2: its level is 1 instead of 2");
-  expectFound("node referred to twice", twice, 1, "node 16: its child 2 of 10 is at 6 instead of 7");
-  expectFound("child of a leaf", set(leaf + 4, 4, 16), 1, "node 7: its child 1 of 10 is at 16 instead of 0");
-  expectFound("right child", set(inner + 508, 4, 9), 1, "node 16: its child 10 of 10 is at 9 instead of 15");
-  expectFound(
-      "cut file", [](std::string& b) { b.resize(b.size() - 512); }, 48, "but the file ends with node");
-  expectFound(
-      "cut inside a node", [](std::string& b) { b.resize(b.size() - 5); }, 49, "ends inside a node");
-  expectFound(
-      "something behind the tree", [](std::string& b) { b.resize(b.size() + 512); }, 1, "are not used");
-  expectFound(
-      "cut header", [](std::string& b) { b.resize(2000); }, 1, "are not those of an index");
-  expectFound("link of the list", set(1536 + 504, 4, 7), 1, "list is broken: at 7 there is not its node number 2");
-  expectFound("signature in the list", set(4 * 512 + 511, 1, 0), 1, "list is broken: at 4");
-  expectFound("position in the list", set(4 * 512, 4, 0), 2, "list has position 0, where no deleted record is");
-  expectFound("count in the list", set(1536 + 508, 2, 47), 1, "list has 299 positions, the header counts 346");
-  expectFound("list taken away", set(16, 4, 0xFFFFFFFF), 1, "list has 0 positions, the header counts 346");
-  expectFound("record count", set(44, 4, 299), 1, "header, record count: 299 instead of 346");
-  expectFound("key length", set(10, 2, 39), 1, "header, key length: 39 instead of 40");
-  expectFound("key segment", set(112, 2, 1), 1, "header, key segments");
-  expectFound("selection", set(64, 2, 1), 1, "header, selection");
-  expectFound("data extent", set(12, 4, 1), 1, "header, data extent: 1 instead of 692");
+// A change to the index, and what the check of it has to say.
+struct Damage {
+  const char* what;
+  std::function<void(std::string&)> change;
+  int differences;  // 0: so many as there are
+  const char* text;
+};
+std::ostream& operator<<(std::ostream& stream, const Damage& damage) { return stream << damage.what; }
+
+constexpr std::size_t entrySize = 52;
+constexpr std::size_t leaf = 7 * 512;
+constexpr std::size_t inner = 16 * 512;
+constexpr std::size_t root = 1024;
+constexpr std::size_t command = 496;  // data,idx -1-40
+
+void makeTwice(std::string& b) { setNumberAt(b, inner + entrySize + 4, 4, numberAt(b, inner + 4, 4)); }
+void swapEntries(std::string& b) {
+  const std::string first = b.substr(leaf, entrySize);
+  b.replace(leaf, entrySize, b, leaf + entrySize, entrySize).replace(leaf + entrySize, entrySize, first);
 }
+void loseEntry(std::string& b) { b.replace(leaf, 8 * entrySize, b, leaf + entrySize, 8 * entrySize)[leaf + 500] = 8; }
+void addEntry(std::string& b) {
+  const std::string entries = b.substr(leaf, 8 * entrySize);
+  b.replace(leaf + entrySize, 8 * entrySize, entries);
+}
+auto resize(int by) {
+  return [by](std::string& b) { b.resize(static_cast<std::size_t>(static_cast<int>(b.size()) + by)); };
+}
+auto put(std::size_t offset, const std::string& bytes) {
+  return [=](std::string& b) { b.replace(offset, bytes.size(), bytes); };
+}
+
+const Damage damages[] = {
+    {"key byte", set(leaf + 12 + 5, 1, 'y'), 1, ", node 7: the key of the record is \"1005xxxx"},
+    {"position", set(leaf, 4, 5), 2, "key \"1005xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx\", LFA 205, node 7: no"},
+    {"duplicate number", set(leaf + 8, 2, 3), 1, "the duplicate number is 3 instead of 0"},
+    {"record length", set(leaf + 10, 2, 40), 1, "node 7: the record length is 40 instead of 41"},
+    {"two entries swapped", swapEntries, 2, "the record has no entry, or not in this place"},
+    {"lost entry", loseEntry, 3, "node 7: it has 8 entries instead of 9"},
+    {"added entry", addEntry, 2, "node 7: no record belongs to the entry, or not in this place"},
+    {"count of a leaf", set(leaf + 500, 1, 10), 1, "node 7: it has 10 entries instead of 9"},
+    {"level", set(inner + 506, 2, 0), 1, "node 16: its level is 0 instead of 1"},
+    {"level of the root", set(root + 506, 2, 1), 1, "node 2: its level is 1 instead of 2"},
+    {"node referred to twice", makeTwice, 1, "node 16: its child 2 of 10 is at 6 instead of 7"},
+    {"child of a leaf", set(leaf + 4, 4, 16), 1, "node 7: its child 1 of 10 is at 16 instead of 0"},
+    {"right child", set(inner + 508, 4, 9), 1, "node 16: its child 10 of 10 is at 9 instead of 15"},
+    {"cut file", resize(-512), 48, "but the file ends with node"},
+    {"cut inside a node", resize(-5), 49, "ends inside a node"},
+    {"something behind the tree", resize(512), 1, "are not used"},
+    {"cut header", [](std::string& b) { b.resize(2000); }, 1, "are not those of an index"},
+    {"link of the list", set(1536 + 504, 4, 7), 1, "list is broken: at 7 there is not its node number 2"},
+    {"signature in the list", set(4 * 512 + 511, 1, 0), 1, "list is broken: at 4"},
+    {"position in the list", set(4 * 512, 4, 0), 2, "list has position 0, where no deleted record is"},
+    {"count in the list", set(1536 + 508, 2, 47), 1, "list has 299 positions, the header counts 346"},
+    {"list taken away", set(16, 4, 0xFFFFFFFF), 1, "list has 0 positions, the header counts 346"},
+    {"record count", set(44, 4, 299), 1, "header, record count: 299 instead of 346"},
+    {"key length", set(10, 2, 39), 3, "header, key length: 39 instead of 40"},
+    {"key segment", set(112, 2, 1), 2, "header, key segments"},
+    {"selection", set(64, 2, 1), 2, "header, selection"},
+    {"data extent", set(12, 4, 1), 1, "header, data extent: 1 instead of 692"},
+};
+
+// What needs no data file to be seen.
+const Damage ownDamages[] = {
+    {"version of another kind", put(4, "\x02\xFD"), 1, "version: no build writes these bytes"},
+    {"root pointer", set(20, 4, 3), 1, "root pointer"},
+    {"key length", set(10, 2, 39), 0, "key length: not that of the key segments"},
+    {"key segment beyond any record", set(112, 2, 65530), 0, "key segments: a column beyond any record"},
+    {"extent before the last records", set(12, 4, 600), 0, "the position is behind the end of the data, 601"},
+    {"space compression of fixed length", set(6, 1, 0x88), 0, "are not those of an index"},
+    {"flags of no build", set(7, 1, 0x19), 0, "index flags: bits that no build sets"},
+    {"reserved bytes", set(52, 1, 1), 1, "reserved bytes"},
+    {"data file name without an end", put(240, std::string(256, 'n')), 0, "data file: the name has no end"},
+    {"command without an end", put(command, std::string(528, ' ')), 0, "stored command line: the text has no end"},
+    {"record length of an entry", set(leaf + 10, 2, 40), 1, "the record length is 40, that of the header 41"},
+    {"position in the list twice", set(4 * 512 + 4, 4, 1), 0, "twice or not in its place"},
+    {"position in the list behind the data", set(1536 + 46 * 4 - 4, 4, 99999), 0, "behind the end of the data"},
+    {"data file of the command", put(command, "atad"), 1, "its data file is not that of the header"},
+    {"option of the command", put(command + 9, "-u1-40"), 1, "its options are not those of the header"},
+    {"column of the command", put(command + 10, "2"), 0, "its key columns are not those of the header"},
+    {"command of nothing", put(command, std::string(20, '\0')), 1, "it does not build an index"},
+};
+
+class EachDamage : public DamagedIndex, public testing::WithParamInterface<Damage> {};
+class EachOwnDamage : public DamagedIndex, public testing::WithParamInterface<Damage> {};
+
+TEST_P(EachDamage, IsFoundOut) {
+  const Damage& damage = GetParam();
+  expectFound(damage.what, damage.change, damage.differences, damage.text);
+}
+
+TEST_P(EachOwnDamage, IsFoundOutWithoutTheDataFile) {
+  const Damage& damage = GetParam();
+  expectFound(damage.what, damage.change, damage.differences, damage.text, "-s ");
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, EachDamage, testing::ValuesIn(damages));
+INSTANTIATE_TEST_SUITE_P(Table, EachOwnDamage, testing::ValuesIn(ownDamages));
 
 TEST_F(DamagedIndex, OrItsDataFile) {
   std::string data = data_;
@@ -185,20 +234,21 @@ TEST_F(DamagedIndex, IsToldWithTenDifferences) {
       18, "\nand 8 more differences\n");
 }
 
-TEST(Check, DumpsEntriesAndSaysWhatItIsAsked) {
+TEST(Check, SaysWhatItIsAsked) {
   const TestFolder folder;
   folder.write("data.TXT", "b\x01\xE9\\\na  c\nb\x01\xE9\\\n");
   EXPECT_EQ(run(folder, "$T data,idx -1-4").exitStatus, 0);
-  EXPECT_EQ(run(folder, "$C -d idx.ISI").output,
-            "1\t5\t5\t0\ta  c\n0\t0\t5\t0\tb\\x01\\xE9\\\\\n2\t10\t5\t1\tb\\x01\\xE9\\\\\n");
   EXPECT_EQ(run(folder, "$C idx").output, "index is complete: 3 entries, 0 deleted records, 1 node on 1 level\n");
-  EXPECT_EQ(run(folder, "$C -d idx >/dev/full").exitStatus, 1);
+  EXPECT_EQ(run(folder, "$C idx >/dev/full").exitStatus, 2);
+  EXPECT_EQ(run(folder, "cp idx.ISI copy.ISI; $C copy; rm copy.ISI").output,
+            "index is complete: 3 entries, 0 deleted records, 1 node on 1 level\n"
+            "note: it was built as idx; tarnvale -r would rebuild that file\n");
   EXPECT_EQ(run(folder, "$C -q idx").output, "");
   EXPECT_EQ(run(folder, "rm data.TXT; $C -s idx").exitStatus, 0);
   EXPECT_EQ(run(folder, "$C idx").output, "Can't open source file data.TXT\n");
-  EXPECT_EQ(run(folder, "$C -q idx; echo $?").output, "1\n");
+  EXPECT_EQ(run(folder, "$C -q idx; echo $?").output, "2\n");
   EXPECT_EQ(run(folder, "$C nothing").output, "Can't open .isi file nothing.ISI\n");
-  for (const char* const wrong : {"$C", "$C a b", "$C -x idx"}) EXPECT_EQ(run(folder, wrong).exitStatus, 1) << wrong;
+  for (const char* const wrong : {"$C", "$C a b", "$C -x idx"}) EXPECT_EQ(run(folder, wrong).exitStatus, 2) << wrong;
   EXPECT_EQ(run(folder, "$C --version").output.substr(0, 23), "tarnvale-check  Version");
   EXPECT_EQ(run(folder, "$C -h").exitStatus, 0);
   EXPECT_EQ(folder.names(), "idx.ISI");
@@ -240,7 +290,7 @@ TEST(Check, SharesTheDataFileWithApplicationsAlone) {
   }
   const Lock compaction(data, F_WRLCK, accessByte, 1);
   EXPECT_EQ(run(folder, "$C idx").output, "The data file is in exclusive use: data.TXT\n");
-  EXPECT_EQ(run(folder, "$C -s idx").exitStatus, 1);
+  EXPECT_EQ(run(folder, "$C -s idx").exitStatus, 2);
 }
 
 TEST(Check, LeavesNoWorkFilesWhenInterrupted) {
