@@ -9,7 +9,7 @@
 #include "check/report.h"
 #include "check/tree_walk.h"
 #include "cmdline/settings.h"
-#include "data/record_scan.h"
+#include "data/scanner.h"
 #include "isi/duplicate_list.h"
 
 namespace tarnvale {

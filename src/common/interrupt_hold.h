@@ -1,4 +1,4 @@
-// InterruptHold: SIGINT, SIGTERM and SIGHUP wait while a file and its record in RunContext change together.
+// InterruptHold: SIGINT, SIGTERM and SIGHUP wait while a file and its record in TrackedFiles change together.
 //
 // A file that is created, deleted or closed and the handle or name that says so are two things. The interrupt handler
 // removes what the record names, so there must be no instruction at which only one of the two is true.

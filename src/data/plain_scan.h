@@ -5,7 +5,8 @@
 
 #include <cstdint>
 
-#include "data/record_scan.h"
+#include "data/scanner.h"
+#include "format/sort_entry.h"
 
 namespace tarnvale {
 

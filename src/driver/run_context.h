@@ -10,7 +10,7 @@
 #include "common/messages.h"
 #include "common/tracked_files.h"
 #include "data/data_file.h"
-#include "data/record_scan.h"
+#include "data/scanner.h"
 #include "driver/leading_options.h"
 #include "isi/compaction.h"
 #include "isi/tree_builder.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "cmdline/settings.h"
-#include "data/record_scan.h"
+#include "data/scanner.h"
 #include "format/isi_format.h"
 
 namespace tarnvale {

@@ -7,7 +7,7 @@
 #include "cmdline/settings.h"
 #include "common/messages.h"
 #include "common/tracked_files.h"
-#include "data/record_scan.h"
+#include "data/scanner.h"
 #include "format/isi_format.h"
 #include "isi/duplicate_list.h"
 #include "isi/index_output.h"
