@@ -14,6 +14,7 @@ namespace {
 
 // What the handler knows of the run. It changes while interrupts are held.
 TrackedFiles* trackedFiles = nullptr;
+int interruptedExitStatus = 1;
 int settledExitStatus = -1;  // of a run that is over but for its last message
 std::string_view settledMessage;
 
@@ -33,7 +34,7 @@ extern "C" void onInterrupt(int /*signal*/) {
   releaseAllFiles(*trackedFiles, RunEnd::failure);
   writeLastMessage({trackedFiles->messages.bytes, trackedFiles->messages.size});
   writeLastMessage("Processing aborted via user interrupt.\n");
-  ::_exit(1);
+  ::_exit(interruptedExitStatus);
 }
 
 void installHandler(int signal, bool evenIfIgnored) {
@@ -54,8 +55,9 @@ void openStandardDescriptors() {
   }
 }
 
-void installInterruptHandler(TrackedFiles& files) {
+void installInterruptHandler(TrackedFiles& files, int exitStatus) {
   trackedFiles = &files;
+  interruptedExitStatus = exitStatus;
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   installHandler(SIGINT, true);

@@ -11,9 +11,9 @@ namespace tarnvale {
 void openStandardDescriptors();
 
 /// From here on SIGINT cleans up `files`, which must stay, as after a failure, writes its message and ends the process
-/// with exit status 1; so do SIGTERM and SIGHUP unless they are ignored. A reader that goes away and a file size limit
-/// become failed writes.
-void installInterruptHandler(TrackedFiles& files);
+/// with this exit status; so do SIGTERM and SIGHUP unless they are ignored. A reader that goes away and a file size
+/// limit become failed writes.
+void installInterruptHandler(TrackedFiles& files, int exitStatus = 1);
 
 /// The run is over but for its last message: an interrupt now writes that, where the reader takes it, and ends the
 /// process with this exit status. `lastMessage` must stay until it is taken back. Interrupts must be held.
