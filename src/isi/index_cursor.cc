@@ -9,7 +9,7 @@ namespace tarnvale {
 namespace {
 
 const std::uint8_t* entryAt(const IndexCursor& cursor, const IsiNode& node, std::uint32_t index) {
-  return node.entries.data() + std::size_t{index} * cursor.handle->entrySize;
+  return node.entries.data() + std::size_t{index} * cursor.entrySize;
 }
 
 // The child before entry number `index`; behind the last entry the right child.
@@ -17,6 +17,38 @@ std::uint32_t childAt(const IndexCursor& cursor, const IsiNode& node, std::uint3
   if (index == node.count) return node.rightChild;
   return entryHead(entryAt(cursor, node, index)).leftChild;
 }
+
+// --- order ----------------------------------------------------------------------------------------------------------
+
+int compareKeys(const IsiHandle& handle, const std::uint8_t* a, const std::uint8_t* b) {
+  return std::memcmp(isiEntryKey(a), isiEntryKey(b), handle.keyLength);
+}
+
+// Keys ascend, and the duplicate numbers of equal keys rise. Gaps are left where applications removed entries, but
+// nothing goes back or comes twice: that happens where a rewriting was cut short, and nodes of the new tree lie under
+// the old root.
+bool followsInOrder(const IsiHandle& handle, const std::uint8_t* before, const std::uint8_t* entry) {
+  const int order = compareKeys(handle, before, entry);
+  if (order != 0) return order < 0;
+  const auto step = static_cast<std::uint16_t>(entryHead(entry).duplicateNumber - entryHead(before).duplicateNumber);
+  constexpr std::uint16_t backwards = 0x8000;  // the numbers have 16 bits and start again at 0
+  return step != 0 ? step < backwards : entryHead(entry).position != entryHead(before).position;
+}
+
+// As many bytes of the key as `like` has.
+std::string_view beginningOf(const std::uint8_t* entryKey, std::string_view like) {
+  return {reinterpret_cast<const char*>(entryKey), like.size()};
+}
+
+// Between two entries of an inner node there may be so many others that their duplicate numbers say nothing.
+bool hasAscendingKeys(const IndexCursor& cursor, const IsiNode& node) {
+  for (std::uint32_t i = 1; i < node.count; ++i) {
+    if (compareKeys(*cursor.handle, entryAt(cursor, node, i - 1), entryAt(cursor, node, i)) > 0) return false;
+  }
+  return true;
+}
+
+// --- nodes ----------------------------------------------------------------------------------------------------------
 
 // The node at the pointer, in the block; it holds until the next node is looked for. Most nodes are neighbours of the
 // one before.
@@ -35,23 +67,53 @@ IndexResult findInBlock(IndexCursor& cursor, std::uint32_t pointer, const IsiNod
   return IndexResult::done;
 }
 
-// Makes the node at the pointer that of the step. A leaf of a little-endian index stays in the block: no other node is
-// looked for before it is done. A node above others is copied.
-IndexResult loadNode(IndexCursor& cursor, std::uint32_t pointer, IndexCursor::PathStep& step) {
+void keepImage(IndexCursor::PathStep& step) {
+  std::memcpy(&step.image, step.node, sizeof step.image);
+  step.node = &step.image;
+}
+
+bool hasUsableCount(const IndexCursor& cursor, const IsiNode& node) {
+  return node.count >= 1 && node.count <= cursor.handle->entriesPerNode;
+}
+
+// Makes the node at the pointer that of the step, for a walk over its neighbours too. A leaf of a little-endian index
+// stays in the block: no other node is looked for before it is done. A node above others is copied.
+IndexResult loadFromBlock(IndexCursor& cursor, std::uint32_t pointer, IndexCursor::PathStep& step) {
   const IndexResult result = findInBlock(cursor, pointer, step.node);
   if (result != IndexResult::done) return result;
   if (cursor.handle->bigEndian || step.node->level != 0) {
-    std::memcpy(&step.image, step.node, sizeof step.image);
-    step.node = &step.image;
+    keepImage(step);
     if (cursor.handle->bigEndian) swapNode(step.image, cursor.handle->entrySize);
   }
-  const bool usable = step.node->count >= 1 && step.node->count <= cursor.handle->entriesPerNode;
+  return hasUsableCount(cursor, *step.node) ? IndexResult::done : IndexResult::inconsistent;
+}
+
+// The same for a seek, which wants no neighbour but searches the node: its keys must ascend.
+IndexResult loadAlone(IndexCursor& cursor, std::uint32_t pointer, IndexCursor::PathStep& step) {
+  step.node = &step.image;
+  const IndexResult result = readTreeNode(*cursor.handle, pointer, step.image);
+  if (result != IndexResult::done) return result;
+  const bool usable = hasUsableCount(cursor, step.image) && hasAscendingKeys(cursor, step.image);
   return usable ? IndexResult::done : IndexResult::inconsistent;
 }
 
-// Goes down from the child before entry `index` of the current node to the first entry of its subtree.
-IndexResult descend(IndexCursor& cursor, std::uint32_t index) {
-  cursor.path[cursor.depth].entry = index;
+// --- the path -------------------------------------------------------------------------------------------------------
+
+IndexResult enterRoot(IndexCursor& cursor) {
+  const auto size = fileSize(cursor.handle->fd);
+  if (!size) return IndexResult::nodeNotRead;
+  cursor.nodesInFile = *size / nodeSize;
+  const IsiNode& root = cursor.handle->area.root;
+  cursor.path[0].node = &root;
+  cursor.entered = true;
+  const bool usable = root.count > 0 ? hasUsableCount(cursor, root) : root.rightChild == 0;
+  return usable ? IndexResult::done : IndexResult::inconsistent;
+}
+
+// Goes down from the gap of the current node to a gap without a child. `load` brings each node, `gapIn` chooses the way
+// on in it.
+template <typename Load, typename GapIn>
+IndexResult descend(IndexCursor& cursor, Load load, GapIn gapIn) {
   for (;;) {
     IndexCursor::PathStep& step = cursor.path[cursor.depth];
     const std::uint32_t child = childAt(cursor, *step.node, step.entry);
@@ -59,86 +121,155 @@ IndexResult descend(IndexCursor& cursor, std::uint32_t index) {
     if (cursor.depth == maxPathDepth) return IndexResult::treeTooDeep;
     if (++cursor.nodesEntered > cursor.nodesInFile) return IndexResult::inconsistent;
     // What says that it is a leaf, but has nodes below, must not lie in the block when these are looked for.
-    if (step.node != &step.image) {
-      std::memcpy(&step.image, step.node, sizeof step.image);
-      step.node = &step.image;
-    }
+    if (cursor.depth > 0 && step.node != &step.image) keepImage(step);
     IndexCursor::PathStep& below = cursor.path[cursor.depth + 1];
-    below.entry = 0;
-    const IndexResult result = loadNode(cursor, child, below);
+    const IndexResult result = load(cursor, child, below);
     if (result != IndexResult::done) return result;
+    below.entry = gapIn(*below.node);
     ++cursor.depth;
   }
 }
 
-// Goes up to the nearest node with an entry behind the subtree that was left.
-IndexResult climb(IndexCursor& cursor) {
-  while (cursor.depth > 0) {
-    const IndexCursor::PathStep& step = cursor.path[--cursor.depth];
-    if (step.entry < step.node->count) return IndexResult::done;
+IndexResult descendToFirst(IndexCursor& cursor) {
+  return descend(cursor, loadFromBlock, [](const IsiNode& /*node*/) { return 0U; });
+}
+
+IndexResult descendToLast(IndexCursor& cursor) {
+  return descend(cursor, loadFromBlock, [](const IsiNode& node) { return std::uint32_t{node.count}; });
+}
+
+// The gap in front of the first entry that is not `left`, in a node whose left entries come first.
+template <typename IsLeft>
+std::uint32_t findGap(const IndexCursor& cursor, const IsiNode& node, IsLeft isLeft) {
+  std::uint32_t gap = 0;
+  for (std::uint32_t end = node.count; gap < end;) {
+    const std::uint32_t middle = (gap + end) / 2;
+    if (isLeft(isiEntryKey(entryAt(cursor, node, middle)))) {
+      gap = middle + 1;
+    } else {
+      end = middle;
+    }
   }
-  cursor.atEnd = true;
+  return gap;
+}
+
+template <typename IsLeft>
+IndexResult seek(IndexCursor& cursor, const IsiHandle& handle, IsLeft isLeft) {
+  startCursor(cursor, handle);
+  const IndexResult result = enterRoot(cursor);
+  if (result != IndexResult::done) return result;
+  const IsiNode& root = *cursor.path[0].node;
+  if (!hasAscendingKeys(cursor, root)) return IndexResult::inconsistent;
+  const auto gapIn = [&](const IsiNode& node) { return findGap(cursor, node, isLeft); };
+  cursor.path[0].entry = gapIn(root);
+  return descend(cursor, loadAlone, gapIn);
+}
+
+// --- steps ----------------------------------------------------------------------------------------------------------
+
+// Number of the current entry in its node. Only the entries left are counted from one neighbour to the next.
+std::uint32_t currentIndex(const IndexCursor& cursor) {
+  return cursor.path[cursor.depth].node->count - 1U - cursor.entriesLeft;
+}
+
+void noteDirection(IndexCursor& cursor, bool backwards) {
+  if (cursor.backwards != backwards) cursor.nodesEntered = 0;
+  cursor.backwards = backwards;
+}
+
+// The entry that is left is compared with the one that is found, which may lie where it was read to.
+void rememberEntry(IndexCursor& cursor) {
+  std::memcpy(cursor.previous.data(), cursor.entry, cursor.entrySize);
+  cursor.entry = cursor.previous.data();
+}
+
+IndexResult deliver(IndexCursor& cursor, std::uint32_t depth, std::uint32_t index) {
+  const IsiNode& node = *cursor.path[depth].node;
+  const std::uint8_t* const before = cursor.entry;
+  const std::uint8_t* const entry = entryAt(cursor, node, index);
+  cursor.depth = depth;
+  cursor.entry = entry;
+  cursor.prefix = loadKeyPrefix(isiEntryKey(entry)) & cursor.prefixMask;
+  cursor.entriesLeft = node.count - 1U - index;
+  if (before == nullptr) return IndexResult::done;
+  const bool ordered =
+      cursor.backwards ? followsInOrder(*cursor.handle, entry, before) : followsInOrder(*cursor.handle, before, entry);
+  return ordered ? IndexResult::done : IndexResult::inconsistent;
+}
+
+// Nothing is there in this direction: the cursor stays in the outermost gap.
+IndexResult stayAtEnd(IndexCursor& cursor) {
+  cursor.entry = nullptr;
+  cursor.entriesLeft = 0;
   return IndexResult::endOfIndex;
-}
-
-IndexResult firstEntry(IndexCursor& cursor) {
-  const auto size = fileSize(cursor.handle->fd);
-  if (!size) return IndexResult::nodeNotRead;
-  cursor.nodesInFile = *size / nodeSize;
-  const IsiNode& root = cursor.handle->area.root;
-  cursor.path[0].node = &root;
-  if (root.count > cursor.handle->entriesPerNode) return IndexResult::inconsistent;
-  if (root.count > 0) return descend(cursor, 0);
-  if (root.rightChild != 0) return IndexResult::inconsistent;
-  cursor.atEnd = true;
-  return IndexResult::endOfIndex;
-}
-
-// Keys ascend, and the duplicate numbers of equal keys rise. Gaps are left where applications removed entries, but
-// nothing goes back or comes twice: that happens where a rewriting was cut short, and nodes of the new tree lie under
-// the old root.
-bool followsInOrder(const IsiHandle& handle, const std::uint8_t* before, const std::uint8_t* entry) {
-  const int order = std::memcmp(isiEntryKey(before), isiEntryKey(entry), handle.keyLength);
-  if (order != 0) return order < 0;
-  const auto step = static_cast<std::uint16_t>(entryHead(entry).duplicateNumber - entryHead(before).duplicateNumber);
-  constexpr std::uint16_t backwards = 0x8000;  // the numbers have 16 bits and start again at 0
-  return step != 0 ? step < backwards : entryHead(entry).position != entryHead(before).position;
-}
-
-// Brings the cursor to the entry behind the current one.
-IndexResult step(IndexCursor& cursor) {
-  if (cursor.beforeFirst) return firstEntry(cursor);
-  IndexCursor::PathStep& current = cursor.path[cursor.depth];
-  const std::uint32_t next = current.entry + 1;
-  if (childAt(cursor, *current.node, next) != 0) return descend(cursor, next);
-  current.entry = next;
-  return next < current.node->count ? IndexResult::done : climb(cursor);
 }
 
 }  // namespace
 
-void startCursor(IndexCursor& cursor, const IsiHandle& handle) {
-  cursor.handle = &handle;
-  cursor.beforeFirst = true;
-  cursor.atEnd = false;
-  cursor.nodesEntered = 0;
-  cursor.depth = 0;
-  cursor.blockLength = 0;
+namespace cursor_detail {
+
+bool isBehindEqualPrefix(const IndexCursor& cursor, const std::uint8_t* next) {
+  return followsInOrder(*cursor.handle, cursor.entry, next);
 }
 
-IndexResult nextEntry(IndexCursor& cursor) {
-  if (cursor.atEnd) return IndexResult::endOfIndex;
-  // The entry before is compared with the next one, which may lie where it was read to.
-  if (!cursor.beforeFirst) std::memcpy(cursor.previous.data(), cursor.entry, cursor.handle->entrySize);
-  const IndexResult result = step(cursor);
-  if (result != IndexResult::done) return result;
-  const IndexCursor::PathStep& current = cursor.path[cursor.depth];
-  cursor.entry = entryAt(cursor, *current.node, current.entry);
-  if (!cursor.beforeFirst && !followsInOrder(*cursor.handle, cursor.previous.data(), cursor.entry)) {
-    return IndexResult::inconsistent;
+IndexResult findNextEntry(IndexCursor& cursor) {
+  IndexResult result = IndexResult::done;
+  noteDirection(cursor, false);
+  if (!cursor.entered) {
+    result = enterRoot(cursor);
+    if (result == IndexResult::done) result = descendToFirst(cursor);
+  } else if (cursor.entry != nullptr) {
+    cursor.path[cursor.depth].entry = currentIndex(cursor) + 1;
+    rememberEntry(cursor);
+    result = descendToFirst(cursor);
   }
-  cursor.beforeFirst = false;
-  return IndexResult::done;
+  if (result != IndexResult::done) return result;
+  for (std::uint32_t depth = cursor.depth;; --depth) {
+    const IndexCursor::PathStep& step = cursor.path[depth];
+    if (step.entry < step.node->count) return deliver(cursor, depth, step.entry);
+    if (depth == 0) return stayAtEnd(cursor);
+  }
+}
+
+}  // namespace cursor_detail
+
+void startCursor(IndexCursor& cursor, const IsiHandle& handle) {
+  cursor.handle = &handle;
+  cursor.entry = nullptr;
+  cursor.prefixMask = keyPrefixMask(handle.keyLength, 0);
+  cursor.entrySize = handle.entrySize;
+  cursor.entriesLeft = 0;
+  cursor.entered = false;
+  cursor.backwards = false;
+  cursor.depth = 0;
+  cursor.nodesEntered = 0;
+  cursor.blockLength = 0;
+  cursor.path[0].entry = 0;
+}
+
+IndexResult seekBefore(IndexCursor& cursor, const IsiHandle& handle, std::string_view key) {
+  return seek(cursor, handle, [key](const std::uint8_t* entryKey) { return beginningOf(entryKey, key) < key; });
+}
+
+IndexResult seekBehind(IndexCursor& cursor, const IsiHandle& handle, std::string_view key) {
+  return seek(cursor, handle, [key](const std::uint8_t* entryKey) { return beginningOf(entryKey, key) <= key; });
+}
+
+IndexResult previousEntry(IndexCursor& cursor) {
+  IndexResult result = IndexResult::done;
+  if (!cursor.entered) return IndexResult::endOfIndex;
+  noteDirection(cursor, true);
+  if (cursor.entry != nullptr) {
+    cursor.path[cursor.depth].entry = currentIndex(cursor);
+    rememberEntry(cursor);
+    result = descendToLast(cursor);
+  }
+  if (result != IndexResult::done) return result;
+  for (std::uint32_t depth = cursor.depth;; --depth) {
+    IndexCursor::PathStep& step = cursor.path[depth];
+    if (step.entry > 0) return deliver(cursor, depth, --step.entry);
+    if (depth == 0) return stayAtEnd(cursor);
+  }
 }
 
 }  // namespace tarnvale
