@@ -88,12 +88,14 @@ IndexResult loadFromBlock(IndexCursor& cursor, std::uint32_t pointer, IndexCurso
   return hasUsableCount(cursor, *step.node) ? IndexResult::done : IndexResult::inconsistent;
 }
 
-// The same for a seek, which wants no neighbour but searches the node: its keys must ascend.
+// The same for a seek, which wants no neighbour. What a walk would meet sooner or later shows here or nowhere: keys
+// that do not ascend, and a node that belongs elsewhere.
 IndexResult loadAlone(IndexCursor& cursor, std::uint32_t pointer, IndexCursor::PathStep& step) {
   step.node = &step.image;
   const IndexResult result = readTreeNode(*cursor.handle, pointer, step.image);
   if (result != IndexResult::done) return result;
-  const bool usable = hasUsableCount(cursor, step.image) && hasAscendingKeys(cursor, step.image);
+  const bool usable = hasUsableCount(cursor, step.image) && hasAscendingKeys(cursor, step.image) &&
+                      step.image.level < cursor.path[cursor.depth].node->level;
   return usable ? IndexResult::done : IndexResult::inconsistent;
 }
 
