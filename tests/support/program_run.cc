@@ -10,8 +10,9 @@
 
 namespace tarnvale {
 
-ProgramRun::ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare) {
-  std::vector<std::string> words = {TARNVALE_PROGRAM};
+ProgramRun::ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare,
+                       const char* program) {
+  std::vector<std::string> words = {program};
   std::istringstream rest(arguments);
   for (std::string word; std::getline(rest, word, ' ');) words.push_back(word);
   std::vector<char*> argv;
@@ -28,7 +29,7 @@ ProgramRun::ProgramRun(const TestFolder& folder, const std::string& arguments, c
     ::setenv("TMPDIR", folder.path("tmp").c_str(), 1);
     if (::chdir(folder.path().c_str()) != 0) ::_exit(126);
     if (prepare) prepare();
-    ::execv(TARNVALE_PROGRAM, argv.data());
+    ::execv(program, argv.data());
     ::_exit(127);
   }
   ::close(pipe[1]);
@@ -54,8 +55,9 @@ ProgramResult ProgramRun::finish() {
   return result;
 }
 
-ProgramResult runProgram(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare) {
-  return ProgramRun(folder, arguments, prepare).finish();
+ProgramResult runProgram(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare,
+                         const char* program) {
+  return ProgramRun(folder, arguments, prepare, program).finish();
 }
 
 }  // namespace tarnvale

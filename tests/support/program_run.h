@@ -1,4 +1,4 @@
-// The real program, started in a test's folder.
+// The real programs, started in a test's folder.
 #pragma once
 
 #include <functional>
@@ -19,7 +19,8 @@ struct ProgramResult {
 class ProgramRun {
  public:
   /// Arguments are separated by single blanks. `prepare` is called in the new process.
-  ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare = {});
+  ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare = {},
+             const char* program = TARNVALE_PROGRAM);
 
   /// Waits until this many bytes of messages stand in the pipe, whose room is 65,536 bytes.
   void waitForOutput(int bytes) const;
@@ -33,6 +34,6 @@ class ProgramRun {
 };
 
 ProgramResult runProgram(const TestFolder& folder, const std::string& arguments,
-                         const std::function<void()>& prepare = {});
+                         const std::function<void()>& prepare = {}, const char* program = TARNVALE_PROGRAM);
 
 }  // namespace tarnvale

@@ -1,0 +1,224 @@
+// The real tarnvale-read, on sound indexes and on damaged ones.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "read/read_support.h"
+#include "support/data_sample.h"
+
+namespace tarnvale {
+namespace {
+
+Entries backwards(Entries entries) {
+  std::ranges::reverse(entries);
+  return entries;
+}
+
+// A sample with its index, and the list that was made without it.
+struct ReadSample : TestFolder {
+  ReadSample(int turn, std::mt19937& random) : sample(makeSample(turn, 60000, random)) {
+    write("data.TXT", sample.bytes);
+    const std::string command = "data,idx," + sample.recordLength + " -" + sample.options;
+    EXPECT_EQ(runProgram(*this, command).exitStatus, 0) << command;
+    entries = expectedEntries(sample.records, sample.recordNumbers);
+    constexpr const char* marks[] = {"\r", "\r\n", "\n", "\n\r"};
+    if (turn % 5 != 3) mark = marks[turn % 4];
+  }
+
+  [[nodiscard]] std::string recordsOf(const Entries& wanted) const {
+    std::string records;
+    for (const IndexEntry& entry : wanted) {
+      records += sample.bytes.substr(lfaOf(entry, sample.recordNumbers), entry.recordLength - mark.size()) + mark;
+    }
+    return records;
+  }
+  void expect(const std::string& arguments, const Entries& wanted) const {
+    const ProgramResult lines = readWith(*this, arguments + " idx");
+    EXPECT_EQ(lines.exitStatus, wanted.empty() ? 1 : 0) << arguments;
+    EXPECT_TRUE(lines.output == asLines(wanted, sample.recordNumbers)) << arguments << "\n" << lines.output;
+    const ProgramResult records = readWith(*this, arguments + " idx -r");
+    EXPECT_EQ(records.exitStatus, wanted.empty() ? 1 : 0) << arguments;
+    EXPECT_TRUE(records.output == recordsOf(wanted)) << arguments << " -r";
+  }
+
+  DataSample sample;
+  Entries entries;
+  std::string mark;
+};
+
+TEST(Read, WritesAllEntriesKeysAndRangesOfEveryFormatInBothByteOrders) {
+  std::mt19937 random(11);
+  for (int turn = 0; turn < 20; ++turn) {  // five formats, four marks
+    const ReadSample s(turn, random);
+    const auto randomKey = [&](std::size_t least) {
+      std::string key = s.entries[random() % s.entries.size()].key;
+      if (random() % 4 == 0) key[random() % key.size()] = static_cast<char>('A' + random() % 4);
+      return key.substr(0, least + random() % (key.size() + 1 - least));
+    };
+    for (const bool turned : {false, true}) {
+      if (turned) s.write("idx.ISI", otherByteOrder(s.read("idx.ISI")));
+      s.expect("-n 99999999", s.entries);
+      s.expect("-b", backwards(s.entries));
+      for (int i = 0; i < 6; ++i) {
+        const std::string key = randomKey(5);
+        const std::string from = randomKey(0);
+        const std::string to = randomKey(1);
+        s.expect("-k " + escaped(key, true), inRange(s.entries, key, key));
+        s.expect("-p " + escaped(to, true), inRange(s.entries, to, to));
+        s.expect("-f " + escaped(from, true) + " -t " + escaped(to, true), inRange(s.entries, from, to));
+        Entries some = backwards(inRange(s.entries, from, ""));
+        some.resize(std::min<std::size_t>(some.size(), static_cast<std::size_t>(i)));
+        s.expect("-b -n " + std::to_string(i) + " -f " + escaped(from, true), some);
+      }
+    }
+  }
+}
+
+// An index over towns in upper case, two of each.
+struct TownFolder : TestFolder {
+  TownFolder() {
+    write("towns.txt", "Porto\nOslo\nrig\\a\nPorto\nO\xF8sl\nOslo\n");
+    EXPECT_EQ(runProgram(*this, "towns.txt,towns.isi,L6 -v,u,1-6").exitStatus, 0);
+  }
+};
+
+TEST(Read, TakesArgumentsAsDocumented) {
+  const TownFolder folder;
+  const std::string oslo = "6\t6\t5\t0\tOSLO  \n28\t28\t5\t1\tOSLO  \n";
+  const struct {
+    const char* arguments;
+    int exitStatus;
+    std::string output;                         // or its beginning
+  } cases[] = {{"-k oslo towns.isi", 0, oslo},  // folded and filled up
+               {"towns.isi -p os", 0, oslo},
+               {"-t O -f \\x4f towns.isi", 0, oslo + "23\t23\t5\t0\tO\\xF8SL  \n"},
+               {"-k rig\\\\a towns.isi", 0, "11\t11\t6\t0\tRIG\\\\A \n"},
+               {"--json -n 1 towns.isi", 0,
+                R"({"position":6,"lfa":6,"length":5,"duplicate":0,"key":"OSLO  "})"
+                "\n"},
+               {"--json -p o\\xF8 towns.isi", 0,
+                R"({"position":23,"lfa":23,"length":5,"duplicate":0,"keyHex":"4FF8534C2020"})"
+                "\n"},
+               {"--json -k rig\\\\a towns.isi", 0,
+                R"({"position":11,"lfa":11,"length":6,"duplicate":0,"key":"RIG\\A "})"
+                "\n"},
+               {"--json --header towns.isi", 0,
+                R"({"dataFile":"towns.txt","command":"towns.txt,towns.isi,L6 -v,u,1-6",)"
+                R"("recordLength":6,"endOfRecord":"LF","variableLength":true,"tabsForBlanks":false,"keyLength":6,)"
+                R"("keyColumns":"1-6","upperCase":true,"equalKeys":true,"recordsScanned":6,"deletedRecords":0,)"
+                R"("deletedKept":false,"dataExtent":33,"recordNumbers":false,"changeCounter":0,"bigEndian":false})"
+                "\n"},
+               {"--header towns.isi", 0, "Data file:               towns.txt\nCommand: "},
+               {"-r -b -k Oslo towns.isi", 0, "Oslo\nOslo\n"},
+               {"-n 0 towns.isi", 1, ""},
+               {"-f P -t O towns.isi", 1, ""},
+               {"-k Lisbon+ towns.isi", 2, "The key is longer than those of the index: towns.isi\n"},
+               {"-k \\x4 towns.isi", 2, "tarnvale-read: neither \\xHH nor \\\\ at a backslash: \\x4\nUsage: "},
+               {"-k \\x4g towns.isi", 2, "tarnvale-read: no two hexadecimal digits behind \\x: \\x4g\nUsage: "},
+               {"-k O -t P towns.isi", 2, "tarnvale-read: a second key for one end of the range: P\nUsage: "},
+               {"-n -1 towns.isi", 2, "tarnvale-read: not a number of entries: -1\nUsage: "},
+               {"--header -b towns.isi", 2, "tarnvale-read: --header goes with --json only\nUsage: "},
+               {"-r --json towns.isi", 2, "tarnvale-read: -r and --json exclude each other\nUsage: "},
+               {"-b", 2, "tarnvale-read: one index is to be named\nUsage: "},
+               {"nowhere.isi", 2, "Can't open .isi file nowhere.isi\n"},
+               {"towns.txt", 2, "towns.txt: its first 2048 bytes are not those of an index\n"},
+               {"-h", 0, "Usage: tarnvale-read "},
+               {"--version", 0, "tarnvale-read  Version "}};
+  for (const auto& c : cases) {
+    const ProgramResult result = readWith(folder, c.arguments);
+    EXPECT_EQ(result.exitStatus, c.exitStatus) << c.arguments;
+    const bool wholeOutput = c.output.ends_with('\n') || c.output.empty();
+    EXPECT_EQ(wholeOutput ? result.output : result.output.substr(0, c.output.size()), c.output) << c.arguments;
+  }
+}
+
+TEST(Read, NeedsTheDataFileForRecordsOnlyAndSaysWhenItIsAnotherOne) {
+  const TownFolder folder;
+  folder.write("tmp/towns.isi", folder.read("towns.isi"));
+  std::rename(folder.path("towns.txt").c_str(), folder.path("tmp/towns.txt").c_str());
+  EXPECT_EQ(readWith(folder, "-n 1 towns.isi").exitStatus, 0);
+  EXPECT_EQ(readWith(folder, "-r -n 1 towns.isi").output, "Can't open source file towns.txt\n");
+  EXPECT_EQ(readWith(folder, "-r -n 1 tmp/towns.isi").output, "Oslo\n") << "found beside the index";
+  folder.write("towns.txt", "Porto\nOslo   \nRiga\n");
+  const ProgramResult other = readWith(folder, "-r towns.isi");
+  EXPECT_EQ(other.exitStatus, 2);
+  EXPECT_EQ(other.output, "The data file does not have the records of its index: towns.txt\n");
+}
+
+// Holds a lock of applications or compactions on a file, until it is gone.
+struct HeldLock {
+  HeldLock(const std::string& name, short type, off_t start, off_t length) : fd(::open(name.c_str(), O_RDWR)) {
+    struct flock lock {};
+    lock.l_type = type;
+    lock.l_start = start;
+    lock.l_len = length;
+    EXPECT_EQ(::fcntl(fd, F_SETLK, &lock), 0);
+  }
+  ~HeldLock() { ::close(fd); }
+  int fd;
+};
+
+TEST(Read, WaitsForACompactionInPlaceAndReadsWhatItHasWritten) {
+  const TownFolder folder;
+  const std::string before = folder.read("towns.isi");
+  runProgram(folder, "towns.txt,one.isi,L6 -v,1-1");
+  std::string compacted = folder.read("one.isi");
+  compacted[32] = 1;
+  ProgramResult result;
+  {
+    const HeldLock update(folder.path("towns.txt"), F_WRLCK, 0x7FFFFFFFFFFFFFFD, 2);
+    ProgramRun run(folder, "towns.isi", {}, TARNVALE_READ_PROGRAM);
+    ::usleep(100000);
+    folder.write("towns.isi", compacted);
+    ::close(update.fd);
+    result = run.finish();
+  }
+  EXPECT_EQ(result.output, asLines(readIndex(compacted).entries, false));
+  const HeldLock access(folder.path("towns.txt"), F_WRLCK, 0x7FFFFFFFFFFFFFFF, 1);
+  EXPECT_EQ(readWith(folder, "towns.isi").output, "The data file is in exclusive use: towns.txt\n");
+}
+
+TEST(Read, NoticesACompactionThatNoLockKeptOff) {
+  const TestFolder folder;
+  std::string data;
+  for (int i = 10000; i < 20000; ++i) data += std::to_string(i) + "\n";
+  folder.write("data.txt", data);
+  runProgram(folder, "data.txt,idx.isi -1-5");
+  std::rename(folder.path("data.txt").c_str(), folder.path("away.txt").c_str());
+  ProgramRun run(folder, "idx.isi", {}, TARNVALE_READ_PROGRAM);
+  run.waitForOutput(65536);  // and it can write no more
+  std::string changed = folder.read("idx.isi");
+  changed[32] = 1;
+  folder.write("idx.isi", changed);
+  EXPECT_EQ(run.finish().exitStatus, 2);
+}
+
+TEST(Read, WritesWhatIsThereOrEndsWithStatus2WhenAnyByteIsWrongOrMissing) {
+  const TestFolder folder;
+  std::string data;
+  for (int i = 0; i < 30; ++i) data += std::string(36, 'k') + std::to_string(1000 + i * 7 % 15) + "\n";
+  folder.write("data.txt", data);
+  ASSERT_EQ(runProgram(folder, "data.txt,good.isi -1-40").exitStatus, 0);
+  const std::string good = folder.read("good.isi");
+  std::size_t refused = 0;
+  for (std::size_t at = 0; at < good.size(); ++at) {
+    std::string bytes = good;
+    bytes[at] = static_cast<char>(bytes[at] ^ (1 << at * 5 % 8));
+    std::remove(folder.path("idx.isi").c_str());  // a file that is emptied and written would be synced
+    folder.write("idx.isi", at > 1024 && at % 2 == 1 ? otherByteOrder(bytes) : bytes);
+    const ProgramResult result = readWith(folder, "idx.isi");
+    refused += result.exitStatus == 2 ? 1 : 0;
+    if (result.exitStatus == 2) continue;
+    EXPECT_EQ(result.output, asLines(readIndex(bytes).entries, true)) << at;
+    EXPECT_EQ(result.exitStatus, result.output.empty() ? 1 : 0) << at;
+  }
+  EXPECT_GT(refused, good.size() / 16);
+  for (std::size_t size = 0; size < good.size(); size += 37) {
+    folder.write("idx.isi", good.substr(0, size));
+    EXPECT_EQ(readWith(folder, "idx.isi").exitStatus, 2) << size;
+  }
+}
+
+}  // namespace
+}  // namespace tarnvale
