@@ -8,7 +8,7 @@ source scripts/packages.sh
 if (($# == 0)); then
   requireBuildTools
   cmake --preset release >/dev/null
-  cmake --build --preset release --target tarnvale tarnvale-check
+  cmake --build --preset release --target tarnvale tarnvale-check tarnvale-read
 fi
 programs=$(realpath "${1:-build/release}")
 
@@ -32,8 +32,8 @@ run() {
   "$programs/$1" "${@:2}" | tail -n +$((skipped + 1))
 }
 refused() { if run "$@"; then echo 'This should have failed.'; exit 1; else echo "(exit status $?)"; fi; }
-listEntries() { "$programs/tarnvale-check" -d "$1"; }
-entries() { # index, how many: the first entries, as the check program lists them
+listEntries() { "$programs/tarnvale-read" "$1"; }
+entries() { # index, how many: the first entries, as the reading program lists them
   echo 'record  offset  length  among equals  key'
   listEntries "$1" >entries.list
   head -n "$2" entries.list | awk -F '\t' '{ printf "%6d  %6d  %6d  %12d  %s\n", $1, $2, $3, $4, $5 }'
