@@ -212,12 +212,16 @@ KeyPlan makeKeyPlan(const KeyColumns& keys) {
     plan.ranges[plan.rangeCount++] = {keys.specs[i].start, keyPosition, length, reversed};
     keyPosition += length;
   }
+  std::uint32_t evaluations = 0;
   for (std::uint32_t i = 0; i < keys.entryCount; ++i) {
     const ColumnEntry& entry = keys.table[i];
+    const bool tests = (entry.flags & column_flag::condition) != 0;
+    if (tests && (entry.flags & column_flag::term) != 0) ++evaluations;
     plan.columnsNeeded = std::max(plan.columnsNeeded, entry.column + 1U);
     if ((entry.flags & column_flag::term) != 0) plan.hasExpression = true;
-    if ((entry.flags & column_flag::condition) != 0) plan.conditions[plan.conditionCount++] = entry;
+    if (tests) plan.conditions[plan.conditionCount++] = entry;
   }
+  plan.walkOnly = evaluations > 1;
   return plan;
 }
 

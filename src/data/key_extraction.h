@@ -67,6 +67,7 @@ struct KeyPlan {
   std::uint32_t keyLength = 0;
   bool upperCase = false;
   bool hasExpression = false;       // which only the walk evaluates on a record with TABs or without all its columns
+  bool walkOnly = false;            // it is evaluated at several columns, with the terms compared up to each
   std::uint32_t columnsNeeded = 0;  // up to the last column with a role in the run
 };
 
@@ -77,8 +78,8 @@ inline constexpr std::size_t expandedSize = 65536;  // bytes for as many columns
 /// The record's first columns, as many as the plan needs, with TABs expanded into `expanded` (expandedSize bytes).
 [[nodiscard]] RecordBytes expandTabs(const KeyPlan& plan, const RecordBytes& record, std::uint8_t* expanded);
 
-/// What walkColumns does, for a record without TABs to expand; where the plan has an expression, the record must have
-/// all the columns that it needs.
+/// What walkColumns does, for a record without TABs to expand and a plan that does not need the walk. Where the plan
+/// has an expression, the record must lie in the input buffer and have all the columns that are needed.
 std::uint32_t copyKeyRanges(const KeyPlan& plan, const RecordComparison& comparison, const RecordBytes& record,
                             std::uint8_t* key);
 

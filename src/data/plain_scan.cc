@@ -69,7 +69,7 @@ std::uint8_t* scanWith(const PlainScan& scan, std::uint8_t* entry) {
 
 bool mayScanPlainRecords(const Scanner& scanner) {
   const Settings& settings = *scanner.settings;
-  return !settings.binaryRecords && !settings.spaceCompression && scanner.recordLimit != 0;
+  return !settings.binaryRecords && !settings.spaceCompression && !scanner.plan.walkOnly && scanner.recordLimit != 0;
 }
 
 std::uint8_t* scanPlainRecords(Scanner& scanner, const EntryArea& area, std::uint8_t* entry,

@@ -223,7 +223,8 @@ bool hasTabToExpand(Scanner& scanner, const RecordBytes& record) {
 bool extractKey(const Scanner& scanner, const RecordBytes& record, bool hasTabs, std::uint8_t* key) {
   const Selection& selection = scanner.settings->selection;
   const RecordComparison comparison{selection, scanner.blocks.readAheadEnd, scanner.expandsTabs};
-  if (scanner.plan.hasExpression && (hasTabs || record.size() < scanner.plan.columnsNeeded)) {
+  const KeyPlan& plan = scanner.plan;
+  if (plan.walkOnly || (plan.hasExpression && (hasTabs || record.size() < plan.columnsNeeded))) {
     return walkColumns(scanner.settings->keys, comparison, record, key) == selection.optionCount;
   }
   const RecordBytes plain = hasTabs ? expandTabs(scanner.plan, record, scanner.expanded) : record;

@@ -93,14 +93,15 @@ StatusCode openIndexFile(TrackedFiles& files, Messages& messages, const Settings
   FileName name = settings.indexName;
   const std::string_view extension = settings.compact ? inputParts.extension.view() : naming.indexExtension.view();
   const bool resolved = name.empty() || resolveFileName(naming, name) != 0;
+  const FileName nameInPlace = name;  // in place, messages name the output without a default extension or a directory
   if (!resolved || !completeIndexParts(naming, inputParts, extension, name, parts)) {
     return failWith(messages, status::outputNameUnresolved, "Unable to resolve name for output file ", index.name);
   }
   const bool sameName = isNamedLike(parts, inputParts);
   if (sameName && !settings.compact) return status::outputIsInput;
   inPlace = sameName;
-  if (!inPlace) {  // in place, messages go on naming the output as it was written on the command line
-    index.name = name;
+  index.name = inPlace ? nameInPlace : name;
+  if (!inPlace) {
     const StatusCode status = createIndexFile(files, messages, settings.compact);
     if (status != status::success) return status;
   }

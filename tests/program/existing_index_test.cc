@@ -30,6 +30,7 @@ TEST(ExistingIndex, IsShownFromEveryHeaderAndLeftAlone) {
                {"text.isi -r", 1, "Not a valid .isi file text.isi\n"},
                {"none -i", 1, "Can't open .isi file none.ISI\n"},
                {"text.isi -c", 1, "Not a valid .isi file structure for file: text.isi.\n"},
+               {"idx/ISI,idx/ISI -c", 0, "Compacting idx.ISI into idx.ISI\n"},
                {"none -c", 1, "Unable to open input ISI file for compact: none.ISI\n"}};
   for (const auto& c : cases) {
     const ProgramResult result = runProgram(folder, c.arguments);
