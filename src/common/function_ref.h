@@ -14,9 +14,10 @@ class FunctionRef;
 template <typename Result, typename... Arguments>
 class FunctionRef<Result(Arguments...)> {
  public:
+  // A lambda is passed as it is; copies are left to the copy constructor.
   template <typename Callable>
   requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>)
-      // NOLINTNEXTLINE(google-explicit-constructor,hicpp-explicit-conversions): a lambda is passed as it is
+      // NOLINTNEXTLINE(google-explicit-constructor,bugprone-forwarding-reference-overload)
       FunctionRef(Callable&& callable)
       : object_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call_([](void* object, Arguments... arguments) -> Result {
