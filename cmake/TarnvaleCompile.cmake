@@ -23,6 +23,11 @@ if(TARNVALE_SANITIZE)
   target_link_options(tarnvale_compile INTERFACE ${sanitizers})
 endif()
 
+# The fuzzer sees by this which way an input went.
+if(TARNVALE_FUZZ)
+  target_compile_options(tarnvale_compile INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # The hot loops call small routines of other files, so a release is optimised across all of them. The objects of g++
 # hold finished machine code as well: the tests link that, which is faster and spares them g++'s false warnings.
 if(CMAKE_BUILD_TYPE STREQUAL "Release")

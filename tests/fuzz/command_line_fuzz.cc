@@ -1,0 +1,119 @@
+// Random environments and command lines.
+//
+// The input: the command line, 0xFF, the text of the .ini file, 0xFF, the definition file from its byte 512 on.
+#include <algorithm>
+#include <bitset>
+#include <cstdint>
+#include <span>
+
+#include "cmdline/command_line.h"
+#include "cmdline/file_names.h"
+#include "data/key_extraction.h"
+#include "fuzz_support.h"
+
+namespace tarnvale {
+namespace {
+
+constexpr std::size_t definitionOffset = 512;
+
+void checkKeys(const KeyColumns& keys) {
+  demand(keys.entryCount <= maxColumnEntries && keys.keyLength <= maxKeyLength, "the column table keeps its limits");
+  const auto entries = std::span(keys.table).first(keys.entryCount);
+  demand(keys.table[keys.entryCount].keyPosition == ColumnEntry::endOfTable, "the column table is closed");
+  const auto descends = [](const ColumnEntry& a, const ColumnEntry& b) { return a.column >= b.column; };
+  demand(std::ranges::adjacent_find(entries, descends) == entries.end(), "columns ascend");
+  std::bitset<maxKeyLength> filled;
+  for (const ColumnEntry& entry : entries) {
+    if ((entry.flags & column_flag::key) != 0) filled.set(entry.keyPosition);
+  }
+  demand(filled.count() == keys.keyLength, "each key byte comes from one column");
+  std::uint32_t planned = 0;
+  const KeyPlan plan = makeKeyPlan(keys);
+  for (const KeyPlan::Range& range : std::span(plan.ranges).first(plan.rangeCount)) planned += range.length;
+  demand(planned == keys.keyLength, "the specifications make the whole key");
+}
+
+void checkSelection(const Selection& selection) {
+  demand(selection.conditionCount <= maxPrimaryOptions && selection.conditionCount == selection.optionCount,
+         "each p option is one condition");
+  const auto conditions = std::span(selection.conditions).first(selection.conditionCount);
+  demand(std::ranges::is_sorted(conditions, {}, [](const auto& condition) { return +condition.position; }),
+         "conditions ascend");
+  demand(selection.termCount <= maxSelectionTerms, "terms keep their limit");
+  for (const SelectionTerm& term : std::span(selection.terms).first(selection.termCount)) {
+    demand(term.textLength >= 1 && term.textLength <= maxTermLength, "strings of terms keep their limits");
+    demand(selection.textOf(term).size() == term.textLength, "strings of terms lie in their store");
+  }
+}
+
+void checkNames(const FileNaming& naming, const Settings& settings) {
+  for (FileName name : {settings.dataName, settings.indexName}) {
+    FileNameParts parts;
+    if (resolveFileName(naming, name) == 0 || !splitFileName(name, parts)) continue;
+    demand(buildFileName(naming, name, parts), "the parts of a name make a name");
+  }
+}
+
+ParsedCommand parse(std::string_view text, const Environment& environment, Messages& messages) {
+  int calls = 0;
+  const auto afterFields = [&](const Settings&) { return ++calls, status::success; };
+  const ParsedCommand command = parseCommandLine(text, environment, messages, afterFields);
+  demand(calls == 1 || (calls == 0 && command.status != status::success), "the fields are read once");
+  if (command.status != status::success) return command;
+  checkKeys(command.settings.keys);
+  checkSelection(command.settings.selection);
+  return command;
+}
+
+// An index keeps its command line, and a rebuild knows the index by it.
+void checkStored(const Settings& built, const Environment& environment, Messages& messages) {
+  demand(built.storedCommandLine.size() <= maxStoredCommandLine, "an index can keep the command line");
+  const ParsedCommand again = parse(built.storedCommandLine, environment, messages);
+  demand(again.status == status::success && again.settings.isBuild(), "the command line kept builds an index");
+  const Settings& rebuilt = again.settings;
+  demand(rebuilt.dataName.view() == built.dataName.view() && rebuilt.indexName.view() == built.indexName.view() &&
+             rebuilt.storedCommandLine.view() == built.storedCommandLine.view() &&
+             rebuilt.recordLength == built.recordLength && rebuilt.keys.keyLength == built.keys.keyLength &&
+             rebuilt.keys.entryCount == built.keys.entryCount && rebuilt.selection.text.view() == built.selection.text,
+         "the command line kept builds the same index");
+}
+
+// Takes from the end of the input what stands behind its last 0xFF.
+std::string_view takeLastPart(std::string_view& input) {
+  const std::size_t separator = input.rfind('\xFF');
+  if (separator == std::string_view::npos) return {};
+  const std::string_view part = input.substr(separator + 1);
+  input = input.substr(0, separator);
+  return part;
+}
+
+}  // namespace
+}  // namespace tarnvale
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  ::setenv("QLX_SYSTEM", tarnvale::ScratchFile::folder().c_str(), 1);
+  ::setenv("QLX_TERM", "terminal", 1);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace tarnvale;
+  static const ScratchFile iniFile("environment.ini");
+  static const ScratchFile definitionFile("terminal.def");
+  static Messages messages;
+  messages.debugMode = true;
+  std::string_view input(reinterpret_cast<const char*>(data), size);
+  definitionFile.fill(std::string(definitionOffset, '\0').append(takeLastPart(input)));
+  iniFile.fill(takeLastPart(input));
+  input = input.substr(0, input.find('\0')).substr(0, maxCommandLine);  // what the arguments of a program can hold
+
+  const Environment environment(iniFile.name().c_str());
+  const ParsedCommand command = parse(input, environment, messages);
+  FileNaming naming = readFileNaming(environment);
+  naming.searchPath = {};  // a search would open whatever the random names mean on this machine
+  checkNames(naming, command.settings);
+  if (command.status == status::success && command.settings.isBuild()) {
+    checkStored(command.settings, environment, messages);
+  }
+  return 0;
+}
