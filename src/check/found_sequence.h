@@ -40,7 +40,10 @@ class FoundSequence {
   /// Hands all that is left to `surplus`.
   template <typename Surplus>
   void finish(const Surplus& surplus) {
-    for (; at(0) != nullptr; drop()) surplus(*at(0));
+    for (const Item* item = at(0); item != nullptr; item = at(0)) {
+      surplus(*item);
+      drop();
+    }
   }
 
  private:
@@ -53,8 +56,10 @@ class FoundSequence {
 
   template <typename Order>
   bool isAhead(const Order& order) {
-    for (std::size_t ahead = 1; ahead < capacity && at(ahead) != nullptr; ++ahead) {
-      if (order(*at(ahead)) == 0) return true;
+    for (std::size_t ahead = 1; ahead < capacity; ++ahead) {
+      const Item* const item = at(ahead);
+      if (item == nullptr) return false;
+      if (order(*item) == 0) return true;
     }
     return false;
   }

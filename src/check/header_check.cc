@@ -4,11 +4,8 @@
 #include <cinttypes>
 #include <cstring>
 #include <span>
-#include <string>
-#include <string_view>
 
-#include "common/character_case.h"
-#include "common/limits.h"
+#include "isi/index_header.h"
 
 namespace tarnvale {
 
@@ -19,7 +16,7 @@ struct HeaderField {
   std::size_t offset;
   std::size_t width;  // up to 4 bytes it is a number
 };
-// What is left out is a compaction's or the list's.
+// What is left out is a compaction's or the list's, or has a rule of its own.
 constexpr HeaderField fields[] = {
     {"record flags", offsetof(IsiHeader, recordFlags), 1},
     {"index flags", offsetof(IsiHeader, indexFlags), 1},
@@ -46,102 +43,56 @@ std::uint32_t valueOf(const IsiHeader& header, const HeaderField& field) {
   return value;
 }
 
-// Without its directory, which may be reached by another name now.
-std::string_view bareName(std::string_view name) { return name.substr(name.rfind('/') + 1); }
+bool isSame(KeySpec found, const KeySpec& wanted, bool mayBeSwapped) {
+  if (std::memcmp(&found, &wanted, sizeof found) == 0) return true;
+  if (!mayBeSwapped) return false;
+  swapBytes(found.start);
+  swapBytes(found.length);
+  return std::memcmp(&found, &wanted, sizeof found) == 0;
+}
 
-std::string_view withoutExtension(std::string_view name) { return name.substr(0, name.rfind('.')); }
-
-// In a file of the other byte order the list is byte-swapped up to a length of 0 only. Such a length does not always
-// end it: it stands for two columns downwards too.
-bool sameSegments(const IsiHeader& found, const std::array<KeySpec, maxKeySpecs>& wanted) {
-  std::size_t count = wanted.size();
-  if (found.versionWord != isiVersion) {
-    const auto end = std::ranges::find_if(wanted, [](const KeySpec& segment) { return segment.length == 0; });
-    count = static_cast<std::size_t>(end - wanted.begin());
+// In a file of the other byte order the ranges are byte-swapped up to a length of 0 only. Such a length does not always
+// end them, it stands for two columns downwards too; from there on either order will do.
+bool sameSegments(const IsiHeader& found, const IsiHeader& wanted) {
+  bool mayBeSwapped = false;
+  for (std::size_t i = 0; i < maxKeySpecs; ++i) {
+    mayBeSwapped = mayBeSwapped || (found.versionWord == isiVersionSwapped && wanted.keySegments[i].length == 0);
+    if (!isSame(found.keySegments[i], wanted.keySegments[i], mayBeSwapped)) return false;
   }
-  return std::memcmp(found.keySegments.data(), wanted.data(), count * sizeof(KeySpec)) == 0;
+  return true;
 }
 
-// A segment written downwards has a length of 0 or less, as a 16-bit number: 2 minus it is the number of its columns.
-std::uint32_t columnsOf(const KeySpec& segment) {
-  const auto written = static_cast<std::int16_t>(std::uint16_t{segment.length});
-  return static_cast<std::uint32_t>(written > 0 ? written : 2 - written);
+// A text and its NUL, and nothing behind it.
+bool isStoredText(std::span<const char> field) {
+  const auto end = std::ranges::find(field, '\0');
+  return end != field.begin() && end != field.end() && std::all_of(end, field.end(), [](char c) { return c == '\0'; });
 }
 
-// The segments that can be read. In a file of the other byte order what stands behind a length of 0 is not swapped.
-std::span<const KeySpec> readableSegments(const IsiHeader& header) {
-  const std::span<const KeySpec> all = header.keySegments;
-  if (header.versionWord == isiVersion) return all;
-  const auto end = std::ranges::find_if(all, [](const KeySpec& segment) { return segment.length == 0; });
-  return all.first(static_cast<std::size_t>(end - all.begin()));
-}
-
-bool isUsed(const KeySpec& segment) { return segment.length != 0 || segment.start != 0; }
-
-// False when the segments that can be read do not make up the key.
-bool segmentsFit(const IsiHeader& header) {
-  const std::span<const KeySpec> segments = readableSegments(header);
-  std::uint32_t length = 0;
-  for (const KeySpec& segment : segments) length += isUsed(segment) ? columnsOf(segment) : 0;
-  const bool all = segments.size() == header.keySegments.size() || !isUsed(header.keySegments[segments.size()]);
-  return all ? length == header.keyLength : length < header.keyLength;
-}
-
-bool reachesBeyondRecords(const IsiHeader& header) {
-  return std::ranges::any_of(readableSegments(header), [](const KeySpec& segment) {
-    const auto written = static_cast<std::int16_t>(std::uint16_t{segment.length});
-    return isUsed(segment) && (written > 0 ? segment.start + written > static_cast<int>(maxRecordSize)
-                                           : segment.start + 1U < columnsOf(segment));
-  });
-}
-
-template <std::size_t N>
-bool hasEnd(const std::array<char, N>& field) {
-  return std::ranges::find(field, '\0') != field.end();
-}
-
-template <std::size_t N>
-bool allZero(const std::array<std::uint8_t, N>& bytes) {
-  return std::ranges::all_of(bytes, [](std::uint8_t byte) { return byte == 0; });
-}
-
-bool sameName(std::string_view a, std::string_view b) { return compareNoCase(a, b) == 0; }
-
-// Equal but for one place, where one has the "/" and the other the separator of the extension.
-bool sameButForSlash(std::string_view written, std::string_view name) {
-  const std::size_t slash = written.rfind('/');
-  return written.size() == name.size() && slash != std::string_view::npos &&
-         sameName(written.substr(0, slash), name.substr(0, slash)) &&
-         sameName(written.substr(slash + 1), name.substr(slash + 1));
-}
-
-// The name in a command may name a volume that was set then or not, write "/" for the separator of its extension, or
-// lack that.
-bool namesDataFile(std::string_view written, std::string_view name) {
-  const std::string_view bare = bareName(name);
-  if (sameName(bareName(written), bare)) return true;
-  std::string_view cut = written.substr(0, written.find(':'));
-  if (cut.ends_with('.')) cut.remove_suffix(1);  // a name without an extension
-  const std::string_view own = bareName(cut);
-  const bool lacksExtension = own.find('.') == std::string_view::npos;
-  if (sameName(own, bare) || (lacksExtension && sameName(own, withoutExtension(bare)))) return true;
-  const std::size_t last = cut.rfind('/');
-  if (last == std::string_view::npos) return false;
-  const std::size_t before = cut.substr(0, last).rfind('/');  // none: npos + 1 is the beginning
-  return sameButForSlash(cut.substr(before + 1), bare);
-}
-
-// Options n0 and n$ leave records out, also when a later d takes the flag back. Any text that may be one of them
-// counts.
-bool mayDropDuplicates(const IsiHeader& header) {
-  const std::string_view command(header.storedCommandLine.data(), header.storedCommandLine.size());
-  for (const char* const option : {"n0", "N0", "n$", "N$"}) {
-    if (command.find(option) != std::string_view::npos) return true;
+// The mark that the header names. Option f alone has none, but the flags of a line feed.
+EndOfRecordMark markOf(const Settings& settings, const IsiHeader& header) {
+  EndOfRecordMark mark;
+  if (settings.binaryRecords && !settings.binaryWithEor) {
+    mark.length = 0;
+    return mark;
   }
-  return false;
+  mark.code = header.recordFlags & record_flag::eorMask;
+  mark.length = (mark.code & record_flag::eorTwoBytes) != 0 ? 2 : 1;
+  return mark;
 }
 
 }  // namespace
+
+void checkForm(const IsiHeader& header, Report& report) {
+  if (header.versionWord != isiVersion && header.versionWord != isiVersionSwapped) {
+    report.add("header, version: the bytes %02X %02X instead of 03 FC or FC 03", header.versionWord.bytes[0],
+               header.versionWord.bytes[1]);
+  }
+  if (header.spinCounter > 9) {
+    report.add("header, change counter: %" PRIu32 " instead of 0 or 1", std::uint32_t{header.spinCounter});
+  }
+  if (!isStoredText(header.dataFileName)) report.add("header, data file: not what a build writes");
+  if (!isStoredText(header.storedCommandLine)) report.add("header, command: not what a build writes");
+}
 
 void checkHeader(const IsiHeader& found, const IsiHeader& wanted, Report& report) {
   for (const HeaderField& field : fields) {
@@ -153,75 +104,35 @@ void checkHeader(const IsiHeader& found, const IsiHeader& wanted, Report& report
                  valueOf(wanted, field));
     }
   }
-  if (!sameSegments(found, wanted.keySegments)) report.add("header, key segments: not what a build writes");
-  if (bareName(textOf(found.dataFileName)) != bareName(textOf(wanted.dataFileName)))
-    report.add("header, data file: another name");
+  if (!sameSegments(found, wanted)) report.add("header, key segments: not what a build writes");
 }
 
-void checkHeaderAlone(const IsiHeader& header, Report& report) {
-  const auto wrong = [&](bool isWrong, const char* what) {
-    if (isWrong) report.add("header, %s", what);
-  };
-  const std::uint8_t flags = header.recordFlags;
-  const auto has = [flags](std::uint8_t bits) { return (flags & bits) != 0; };
-  const bool byNumber = (header.indexFlags & index_flag::recordNumbers) != 0;
-  constexpr std::uint8_t osTypes = 0x18;
-  constexpr std::uint8_t knownIndexFlags = index_flag::recordNumbers | osTypes;
-  wrong(header.versionWord != isiVersion && header.versionWord != isiVersionSwapped,
-        "version: no build writes these bytes");
-  wrong(header.rootPointer != pointerToOffset(rootOffset, byNumber), "root pointer: not where the root is");
-  wrong(has(record_flag::spaceCompressed) && !has(record_flag::variableLength),
-        "record flags: space compression of records of one length");
-  wrong(has(record_flag::variableLength) && !has(record_flag::deletedNotKept),
-        "record flags: deleted records of variable length are kept");
-  wrong(has(record_flag::variableLength) && has(record_flag::binary),
-        "record flags: binary records of variable length");
-  wrong((header.indexFlags & ~knownIndexFlags) != 0 || (header.indexFlags & osTypes) == osTypes,
-        "index flags: bits that no build sets");
-  wrong(!segmentsFit(header), "key length: not that of the key segments");
-  wrong(reachesBeyondRecords(header), "key segments: a column beyond any record");
-  wrong(header.recordLength + markLengthOf(header) == 0, "record length: 0");
-  wrong(!hasEnd(header.dataFileName), "data file: the name has no end");
-  wrong(!hasEnd(header.storedCommandLine), "stored command line: the text has no end");
-  wrong(header.reserved24 != noPointer || header.reserved28 != 0 || header.reserved36 != 0 || header.reserved40 != 0 ||
-            !allZero(header.reserved52) || !allZero(header.reserved104),
-        "reserved bytes: not what a build writes");
+IsiHeader expectedHeader(const Settings& settings, const IsiHeader& found) {
+  const std::uint32_t recordLength = settings.recordLength != 0 ? settings.recordLength : found.recordLength;
+  Scanner scanner;
+  scanner.mark = markOf(settings, found);
+  scanner.recordLimit = std::max<std::uint32_t>(recordLength + scanner.mark.length, 1);
+  IsiHeader header = makeHeader(settings, scanner, textOf(found.dataFileName), found.deletedListHead);
+  header.dataExtent = found.dataExtent;
+  header.recordCount = found.recordCount;
+  header.deletedCount = settings.variableLength ? 0 : std::uint32_t{found.deletedCount};  // NUL bytes are none there
+  return header;
 }
 
-void checkEntryCount(const IsiHeader& header, std::uint64_t entries, Report& report) {
-  const bool selects = header.selectTests.front().position != 0 || header.selectTests.back().character != 0;
-  const bool someLeftOut = selects || mayDropDuplicates(header);
-  if (someLeftOut ? entries > header.recordCount : static_cast<std::uint32_t>(entries) != header.recordCount) {
-    report.add("header, record count: %" PRIu32 ", but the index has %s", std::uint32_t{header.recordCount},
-               counted(entries, "entry").c_str());
-  }
+void checkExtent(const IsiHeader& header, Report& report) {
+  // One more where the last record lacks its mark: the extent counts whole places.
+  const std::uint64_t places = std::uint64_t{header.dataExtent} + 1;
+  const std::uint64_t records = std::uint64_t{header.recordCount} + header.deletedCount;
+  if (records <= places) return;
+  report.add("header, data extent: %" PRIu32 ", but there are %" PRIu64 " records and deleted records",
+             std::uint32_t{header.dataExtent}, records);
 }
 
-void checkStoredCommand(const IsiHeader& header, const Settings& stored, Report& report) {
-  constexpr std::uint8_t compared = static_cast<std::uint8_t>(~record_flag::eorMask);
-  std::uint8_t flags = 0;
-  if (stored.writeAllAtEnd || stored.selection.optionCount > 0) flags |= record_flag::deletedNotKept;
-  if (stored.binaryRecords && !stored.binaryWithEor) flags |= record_flag::binary;
-  if (stored.spaceCompression) flags |= record_flag::spaceCompressed;
-  if (stored.noDuplicates) flags |= record_flag::noDuplicates;
-  if (stored.variableLength) flags |= record_flag::variableLength;
-  if (stored.keys.upperCase) flags |= record_flag::upperCase;
-  const std::uint8_t indexFlags =
-      static_cast<std::uint8_t>(stored.osType | (stored.recordNumberAddressing ? index_flag::recordNumbers : 0));
-  const auto differs = [&](bool different, const char* what) {
-    if (different) report.add("stored command line: its %s are not those of the header", what);
-  };
-  differs(((header.recordFlags ^ flags) & compared) != 0 || header.indexFlags != indexFlags, "options");
-  differs(header.keyLength != stored.keys.keyLength || !sameSegments(header, stored.keys.specs), "key columns");
-  differs(std::memcmp(&header.selectTests, &stored.selection.conditions, sizeof header.selectTests) != 0, "conditions");
-  if (!namesDataFile(stored.dataName, textOf(header.dataFileName))) {
-    report.add("stored command line: its data file is not that of the header, which a rebuild would not find");
-  }
-}
-
-std::uint32_t markLengthOf(const IsiHeader& header) {
-  if ((header.recordFlags & record_flag::binary) != 0) return 0;
-  return (header.recordFlags & record_flag::eorTwoBytes) != 0 ? 2 : 1;
+void checkRecordCount(const IsiHeader& header, std::uint64_t entries, const Settings* settings, Report& report) {
+  const bool mayLeaveOut = settings == nullptr || settings->selection.optionCount > 0 || settings->ignoreDuplicates;
+  if (mayLeaveOut ? entries <= header.recordCount : static_cast<std::uint32_t>(entries) == header.recordCount) return;
+  report.add("header, record count: %" PRIu32 ", but the index has %s", std::uint32_t{header.recordCount},
+             counted(entries, "entry").c_str());
 }
 
 }  // namespace tarnvale

@@ -9,19 +9,20 @@
 
 namespace tarnvale {
 
+/// What no build and no compaction writes, whatever the options: version, change counter, texts.
+void checkForm(const IsiHeader& header, Report& report);
+
 /// Compares every field that the data file and the options decide with the header that a build would write now.
 void checkHeader(const IsiHeader& found, const IsiHeader& wanted, Report& report);
 
-/// What the header says by itself: fields that no build writes, or that do not go together.
-void checkHeaderAlone(const IsiHeader& header, Report& report);
+/// The header that a build with these settings would write, where what its data file decides is as in `found`.
+[[nodiscard]] IsiHeader expectedHeader(const Settings& settings, const IsiHeader& found);
 
-/// The number of entries, which the header knows unless records were left out.
-void checkEntryCount(const IsiHeader& header, std::uint64_t entries, Report& report);
+/// Compares the extent of the data with the counts of records.
+void checkExtent(const IsiHeader& header, Report& report);
 
-/// Compares the names and options of the stored command with the header.
-void checkStoredCommand(const IsiHeader& header, const Settings& stored, Report& report);
-
-/// Bytes of the end-of-record mark of the data file.
-[[nodiscard]] std::uint32_t markLengthOf(const IsiHeader& header);
+/// Compares the count of records with the entries that the index has. `settings` are those of the stored command; null:
+/// they are not known.
+void checkRecordCount(const IsiHeader& header, std::uint64_t entries, const Settings* settings, Report& report);
 
 }  // namespace tarnvale

@@ -11,10 +11,15 @@ struct CheckOptions {
   const char* indexName = "";
 };
 
-/// What a check comes to; the exit status of the program.
-enum class Verdict : std::uint8_t { right = 0, wrong = 1, notChecked = 2 };
+/// The exit statuses of the program. An interrupted check is one that could not be made.
+namespace check_status {
+inline constexpr int right = 0;
+inline constexpr int wrong = 1;
+inline constexpr int notChecked = 2;
+}  // namespace check_status
 
-/// Checks the index and says what it found. `files` are those that an interrupt cleans up; they are left closed.
-[[nodiscard]] Verdict checkIndex(const CheckOptions& options, TrackedFiles& files);
+/// Checks the index, says what it found, and returns the exit status. What it opens and makes is tracked in `files`,
+/// and closed and removed at the end.
+[[nodiscard]] int checkIndex(const CheckOptions& options, TrackedFiles& files);
 
 }  // namespace tarnvale

@@ -9,6 +9,8 @@
 
 namespace {
 
+namespace check_status = tarnvale::check_status;
+
 constexpr const char* usageText =
     "Usage: tarnvale-check [-q] [-s] INDEX\n"
     "Compares an index file with its data file and says where they differ.\n"
@@ -23,15 +25,14 @@ constexpr const char* usageText =
 constexpr option longOptions[] = {
     {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0}};
 
-constexpr int cannotSay = static_cast<int>(tarnvale::Verdict::notChecked);
-
-tarnvale::TrackedFiles theFiles;  // static: an interrupt may end the process while they are in use
+int statusOfOutput(int printed) { return printed < 0 || std::fflush(stdout) != 0 ? check_status::notChecked : 0; }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  static tarnvale::TrackedFiles files;  // static: an interrupt may end the process at any time
   tarnvale::openStandardDescriptors();
-  tarnvale::installInterruptHandler(theFiles);
+  tarnvale::installInterruptHandler(files, check_status::notChecked);
   tarnvale::CheckOptions options;
   for (int letter = 0; (letter = ::getopt_long(argc, argv, "qsh", longOptions, nullptr)) != -1;) {
     switch (letter) {
@@ -42,17 +43,17 @@ int main(int argc, char** argv) {
         options.structureOnly = true;
         break;
       case 'h':
-        return std::fputs(usageText, stdout) < 0 ? cannotSay : 0;
+        return statusOfOutput(std::fputs(usageText, stdout));
       case 'V':
-        return std::printf("tarnvale-check  %s\n", tarnvale::versionText) < 0 ? cannotSay : 0;
+        return statusOfOutput(std::printf("tarnvale-check  %s\n", tarnvale::versionText));
       default:
-        return cannotSay;  // getopt_long has said what is wrong
+        return check_status::notChecked;  // getopt_long has said what is wrong
     }
   }
   if (argc - optind != 1) {
     std::fputs(usageText, stderr);
-    return cannotSay;
+    return check_status::notChecked;
   }
   options.indexName = argv[optind];
-  return static_cast<int>(tarnvale::checkIndex(options, theFiles));
+  return tarnvale::checkIndex(options, files);
 }

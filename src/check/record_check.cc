@@ -1,10 +1,8 @@
 #include "check/record_check.h"
 
-#include <cinttypes>
 #include <cstring>
 #include <span>
 
-#include "check/header_check.h"
 #include "isi/index_build.h"
 
 namespace tarnvale {
@@ -15,33 +13,34 @@ RecordCheck::RecordCheck(const Settings& settings, const Scanner& scanner, const
       index_(index),
       report_(report),
       entries_([&walk](FoundEntry& entry) { return walk.next(entry); }),
-      recordLength_(scanner.recordLimit),
+      recordLimit_(scanner.recordLimit),
       findings_(scanner.findings.format) {}
-
-bool RecordCheck::inDeclaredFormat() const { return isInDeclaredFormat(settings_, findings_, duplicates_); }
 
 std::uint32_t RecordCheck::positionOf(const std::uint8_t* sortEntry) const {
   const std::uint64_t lfa = entryLfa(sortEntry);
   return static_cast<std::uint32_t>(index_.recordNumbers ? lfa / entryRecordLength(sortEntry) : lfa);
 }
 
+void RecordCheck::noteLength(std::uint32_t length) {
+  if (length == recordLimit_) return;
+  findings_.variableLength = true;
+  if (length > recordLimit_) findings_.overlongRecord = true;
+}
+
 // Counts and numbers the records of equal keys as a build does; true for one that it leaves out.
 bool RecordCheck::isDropped(const std::uint8_t* sortEntry) {
-  const bool duplicate = anyTaken_ && std::memcmp(key_.data(), entryKey(sortEntry), index_.keyLength) == 0;
+  const bool first = recordCount_++ == 0;
+  const bool duplicate = !first && std::memcmp(key_.data(), entryKey(sortEntry), index_.keyLength) == 0;
   if (duplicate && settings_.ignoreDuplicates) return true;
   if (duplicate) ++duplicates_.duplicates;
   duplicateNumber_ = static_cast<std::uint16_t>(duplicate ? duplicateNumber_ + 1 : 0);
   std::memcpy(key_.data(), entryKey(sortEntry), index_.keyLength);
-  anyTaken_ = true;
   return false;
 }
 
 void RecordCheck::take(const std::uint8_t* sortEntry) {
-  const std::uint32_t length = entryRecordLength(sortEntry);
-  if (length != recordLength_) findings_.variableLength = true;
-  if (length > recordLength_) findings_.overlongRecord = true;
+  noteLength(entryRecordLength(sortEntry));
   if (isDropped(sortEntry)) return;
-
   const std::uint32_t position = positionOf(sortEntry);
   const auto order = [&](const FoundEntry& found) {
     if (found.head().position == position) return 0;
@@ -83,40 +82,6 @@ void RecordCheck::finish() {
   entries_.finish([this](const FoundEntry& found) { addSurplus(found); });
 }
 
-namespace {
-
-// An entry by itself: it stands for a record that the data file of the header can have.
-void checkEntry(const IsiHandle& index, const FoundEntry& entry, Report& report) {
-  const IsiHeader& header = index.area.header;
-  const std::uint32_t length = entry.head().recordLength;
-  const std::uint32_t longest = header.recordLength + markLengthOf(header);
-  if (index.recordNumbers ? length != longest : length == 0 || length > longest) {
-    report.addAt(placeOf(index, entry), "the record length is %u, that of the header %u", length, longest);
-  }
-  // The last record of a file may lack its end-of-record mark; then it is not whole.
-  const std::uint64_t end = std::uint64_t{header.dataExtent} + (index.recordNumbers ? 1 : 0);
-  if (entry.head().position >= end) {
-    report.addAt(placeOf(index, entry), "the position is behind the end of the data, %" PRIu64, end);
-  }
-}
-
-}  // namespace
-
-void checkOrder(const IsiHandle& index, TreeWalk& walk, Report& report) {
-  FoundEntry before;
-  FoundEntry entry;
-  for (bool first = true; walk.next(entry); first = false) {
-    checkEntry(index, entry, report);
-    const int order = first ? 1 : std::memcmp(entry.key(), before.key(), index.keyLength);
-    const auto number = static_cast<std::uint16_t>(order == 0 ? before.head().duplicateNumber + 1 : 0);
-    if (order < 0 || (order == 0 && lfaOf(index, entry.head()) <= lfaOf(index, before.head()))) {
-      report.addAt(placeOf(index, entry), "the entry sorts before the one in front of it");
-    } else if (entry.head().duplicateNumber != number) {
-      report.addAt(placeOf(index, entry), "the duplicate number is %u instead of %u",
-                   unsigned{entry.head().duplicateNumber}, unsigned{number});
-    }
-    before = entry;
-  }
-}
+bool RecordCheck::inDeclaredFormat() const { return isInDeclaredFormat(settings_, findings_, duplicates_); }
 
 }  // namespace tarnvale

@@ -1,5 +1,4 @@
-// The entries of an index, compared with the records: with the sorted entries that a build would put into the tree,
-// or, without the data file, with one another.
+// The entries of an index, compared with the records: with the sorted entries that a build would put into the tree.
 #pragma once
 
 #include <array>
@@ -9,7 +8,7 @@
 #include "check/report.h"
 #include "check/tree_walk.h"
 #include "cmdline/settings.h"
-#include "data/scanner.h"
+#include "data/record_scan.h"
 #include "isi/duplicate_list.h"
 
 namespace tarnvale {
@@ -23,11 +22,13 @@ class RecordCheck {
   void take(const std::uint8_t* sortEntry);
   /// All records have come: what is left in the index belongs to none.
   void finish();
-  /// False when the records are not what the options declare.
+  /// False when a build would refuse these records.
   [[nodiscard]] bool inDeclaredFormat() const;
+  [[nodiscard]] std::uint64_t recordCount() const { return recordCount_; }  // taken so far
 
  private:
   [[nodiscard]] bool isDropped(const std::uint8_t* sortEntry);
+  void noteLength(std::uint32_t length);
   void compare(const std::uint8_t* sortEntry, const FoundEntry& found);
   void addSurplus(const FoundEntry& found);
   [[nodiscard]] std::uint32_t positionOf(const std::uint8_t* sortEntry) const;
@@ -37,15 +38,12 @@ class RecordCheck {
   Report& report_;
   FoundSequence<FoundEntry> entries_;
   std::uint64_t lastNode_ = rootOffset / nodeSize;  // of the entry found last
-  std::uint32_t recordLength_;                      // as the scan found it, with the end-of-record mark
-  FormatFindings findings_;
-  DuplicateList duplicates_;  // counts only
-  bool anyTaken_ = false;
+  std::uint32_t recordLimit_;                       // as the scan found it
+  FormatFindings findings_;                         // those of the scan, and what the lengths of the entries add
+  DuplicateList duplicates_;
+  std::uint64_t recordCount_ = 0;
   std::uint16_t duplicateNumber_ = 0;  // of the record taken last
   std::array<std::uint8_t, maxKeyLength> key_{};
 };
-
-/// Walks all entries and compares each with the one before, which has a lower key or number, and with the header.
-void checkOrder(const IsiHandle& index, TreeWalk& walk, Report& report);
 
 }  // namespace tarnvale

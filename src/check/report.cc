@@ -5,8 +5,21 @@
 
 namespace tarnvale {
 
+// Counts a difference. True when it is to be shown.
+bool Report::isShown() {
+  if (++count_ > shownDifferences || output_ == nullptr) return false;
+  progress_.clear();
+  return true;
+}
+
+void Report::putLine(std::FILE* stream, std::string_view text) {
+  if (stream == nullptr) return;
+  progress_.clear();
+  std::fprintf(stream, "%.*s\n", static_cast<int>(text.size()), text.data());
+}
+
 void Report::add(const char* pattern, ...) {
-  if (++count_ > reportedDifferences || output_ == nullptr) return;
+  if (!isShown()) return;
   std::va_list values;
   va_start(values, pattern);
   std::vfprintf(output_, pattern, values);
@@ -15,7 +28,7 @@ void Report::add(const char* pattern, ...) {
 }
 
 void Report::addAt(const EntryPlace& place, const char* pattern, ...) {
-  if (++count_ > reportedDifferences || output_ == nullptr) return;
+  if (!isShown()) return;
   std::fprintf(output_, "key \"%s\", LFA %" PRIu64 ", node %" PRIu64 ": ", escapedText(place.key).c_str(), place.lfa,
                place.node);
   std::va_list values;
@@ -25,9 +38,21 @@ void Report::addAt(const EntryPlace& place, const char* pattern, ...) {
   std::fputc('\n', output_);
 }
 
-void Report::close() const {
-  if (count_ <= reportedDifferences || output_ == nullptr) return;
-  std::fprintf(output_, "and %s\n", counted(count_ - reportedDifferences, "more difference").c_str());
+void Report::note(std::string_view text) { putLine(notes_, text); }
+
+void Report::fail(std::string_view text) {
+  failed_ = true;
+  putLine(notes_, text);
+}
+
+void Report::close(const std::string& right) {
+  if (count_ > shownDifferences) putLine(output_, "and " + counted(count_ - shownDifferences, "more difference"));
+  if (count_ != 0) {
+    putLine(output_, "index is wrong: " + counted(count_, "difference"));
+  } else if (!failed_) {
+    putLine(output_, right);
+  }
+  progress_.clear();
 }
 
 std::string escapedText(std::span<const std::uint8_t> bytes) {

@@ -1,10 +1,13 @@
-// What a check finds: the first differences are reported, all are counted.
+// What a check finds: the first differences are shown, all are counted.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <span>
 #include <string>
+#include <string_view>
+
+#include "check/progress_line.h"
 
 namespace tarnvale {
 
@@ -17,21 +20,34 @@ struct EntryPlace {
 
 class Report {
  public:
-  /// Differences go to `output`; null: they are counted only.
-  explicit Report(std::FILE* output) : output_(output) {}
+  /// Differences go to `output`, what else is said to `notes`; null: nothing is said. The progress line makes way.
+  Report(std::FILE* output, std::FILE* notes, ProgressLine& progress)
+      : output_(output), notes_(notes), progress_(progress) {}
 
   [[gnu::format(printf, 2, 3)]] void add(const char* pattern, ...);
   /// As add, with the key, LFA and node of the entry in front.
   [[gnu::format(printf, 3, 4)]] void addAt(const EntryPlace& place, const char* pattern, ...);
-  /// Says how many differences were not reported.
-  void close() const;
+  /// Something worth knowing that is no difference.
+  void note(std::string_view text);
+  /// Says why the check cannot go on.
+  void fail(std::string_view text);
+  /// Says how many differences were not shown, and the result; `right` is the line for no difference.
+  void close(const std::string& right);
+
   [[nodiscard]] std::uint64_t count() const { return count_; }
+  [[nodiscard]] bool failed() const { return failed_; }
 
  private:
-  static constexpr std::uint64_t reportedDifferences = 10;
+  static constexpr std::uint64_t shownDifferences = 10;
+
+  [[nodiscard]] bool isShown();
+  void putLine(std::FILE* stream, std::string_view text);
 
   std::FILE* output_;
+  std::FILE* notes_;
+  ProgressLine& progress_;
   std::uint64_t count_ = 0;
+  bool failed_ = false;
 };
 
 /// The bytes with all but printable ASCII characters as \xHH, and a backslash as two.

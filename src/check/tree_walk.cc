@@ -15,12 +15,12 @@ constexpr std::uint64_t beyondAnyFile = std::uint64_t{1} << 33;  // nodes: point
 
 }  // namespace
 
-TreeWalk::TreeWalk(const IsiHandle& index, std::uint64_t firstNode, Report& report)
+TreeWalk::TreeWalk(const IsiHandle& index, std::uint64_t firstNode, std::uint32_t builtFill, Report& report)
     : index_(index),
       report_(report),
       firstNode_(firstNode),
       nodesInFile_(fileSize(index.fd).value_or(0) / nodeSize),
-      fill_(findFill()),
+      fill_(findFill(builtFill)),
       due_(firstNode) {
   const std::uint64_t size = fileSize(index.fd).value_or(0);
   if (size % nodeSize != 0) report_.add("the file of %" PRIu64 " bytes ends inside a node", size);
@@ -44,14 +44,18 @@ std::uint32_t TreeWalk::leftChild(const IsiNode& node, std::uint32_t entry) cons
 }
 
 // The first two nodes of the file are not on the right edge when a third one follows. Of three counts, two that agree
-// are right.
-std::uint32_t TreeWalk::findFill() const {
+// are right. Where the fill of the build is known there are two choices.
+std::uint32_t TreeWalk::findFill(std::uint32_t builtFill) const {
   std::array<std::uint32_t, 3> counts{};
   for (std::uint32_t i = 0; i < counts.size(); ++i) {
     IsiNode node;
     if (readNode(firstNode_ + i, node)) counts[i] = node.count;
   }
   const std::uint32_t fill = counts[1] != 0 && counts[1] == counts[2] ? counts[1] : counts[0];
+  if (builtFill != 0) {
+    const bool asBuilt = std::ranges::find(counts, builtFill) != counts.end();
+    return fill != index_.entriesPerNode && asBuilt ? builtFill : index_.entriesPerNode;
+  }
   return fill >= 1 && fill <= index_.entriesPerNode ? fill : index_.entriesPerNode;
 }
 

@@ -27,20 +27,32 @@ struct FoundEntry {
   [[nodiscard]] const std::uint8_t* key() const { return isiEntryKey(bytes.data()); }
 };
 
-[[nodiscard]] inline EntryPlace placeOf(const IsiHandle& index, const FoundEntry& entry) {
-  return {{entry.key(), index.keyLength}, lfaOf(index, entry.head()), entry.node};
+/// The LFA that an entry stands for.
+[[nodiscard]] inline std::uint64_t lfaOf(const IsiHandle& index, const FoundEntry& entry) {
+  return lfaOf(index, entry.head());
 }
+
+[[nodiscard]] inline EntryPlace placeOf(const IsiHandle& index, const FoundEntry& entry) {
+  return {{entry.key(), index.keyLength}, lfaOf(index, entry), entry.node};
+}
+
+/// What a walk has met.
+struct TreeSize {
+  std::uint64_t entries = 0;
+  std::uint64_t nodes = 0;
+  std::uint32_t levels = 0;
+};
 
 class TreeWalk {
  public:
-  /// The nodes of the tree begin with node number `firstNode`; the root is node 2. Index and report must stay.
-  TreeWalk(const IsiHandle& index, std::uint64_t firstNode, Report& report);
+  /// The nodes of the tree begin with node number `firstNode`; the root is node 2. A build fills them with `builtFill`
+  /// entries, 0 when that is not known; a compaction with all that fit. Index and report must stay.
+  TreeWalk(const IsiHandle& index, std::uint64_t firstNode, std::uint32_t builtFill, Report& report);
 
   /// The next entry in key order; false at the end, also when it is called again.
   bool next(FoundEntry& entry);
   [[nodiscard]] std::uint64_t entryCount() const { return entryCount_; }  // delivered so far
-  [[nodiscard]] std::uint64_t nodeCount() const { return end_ - firstNode_ + 1; }
-  [[nodiscard]] std::uint32_t levelCount() const { return levelOf(nodeCount()) + 1; }
+  [[nodiscard]] TreeSize size() const { return {entryCount_, nodeCount(), levelOf(nodeCount()) + 1}; }
 
  private:
   /// A node on the way down.
@@ -57,8 +69,9 @@ class TreeWalk {
 
   [[nodiscard]] bool readNode(std::uint64_t number, IsiNode& node) const;
   [[nodiscard]] std::uint32_t leftChild(const IsiNode& node, std::uint32_t entry) const;
-  [[nodiscard]] std::uint32_t findFill() const;
+  [[nodiscard]] std::uint32_t findFill(std::uint32_t builtFill) const;
   [[nodiscard]] std::uint64_t findEnd(const IsiNode& root);
+  [[nodiscard]] std::uint64_t nodeCount() const { return end_ - firstNode_ + 1; }
   [[nodiscard]] std::uint32_t levelOf(std::uint64_t nodes) const;
   void enter(Step& step);
   void enterChild(const Step& parent);
