@@ -60,7 +60,7 @@ TEST(Read, WritesAllEntriesKeysAndRangesOfEveryFormatInBothByteOrders) {
       if (turned) s.write("idx.ISI", otherByteOrder(s.read("idx.ISI")));
       s.expect("-n 99999999", s.entries);
       s.expect("-b", backwards(s.entries));
-      for (int i = 0; i < 6; ++i) {
+      for (int i = 0; i < 4; ++i) {
         const std::string key = randomKey(5);
         const std::string from = randomKey(0);
         const std::string to = randomKey(1);
@@ -197,12 +197,14 @@ TEST(Read, NoticesACompactionThatNoLockKeptOff) {
 TEST(Read, WritesWhatIsThereOrEndsWithStatus2WhenAnyByteIsWrongOrMissing) {
   const TestFolder folder;
   std::string data;
-  for (int i = 0; i < 30; ++i) data += std::string(36, 'k') + std::to_string(1000 + i * 7 % 15) + "\n";
+  for (int i = 0; i < 20; ++i) data += std::string(36, 'k') + std::to_string(1000 + i * 7 % 10) + "\n";
   folder.write("data.txt", data);
   ASSERT_EQ(runProgram(folder, "data.txt,good.isi -1-40").exitStatus, 0);
   const std::string good = folder.read("good.isi");
   std::size_t refused = 0;
-  for (std::size_t at = 0; at < good.size(); ++at) {
+  // Of names, conditions, and the list that is empty, some bytes will do.
+  const auto isIdle = [](std::size_t at) { return (at >= 128 && at < 1024) || (at >= 1536 && at < 2048); };
+  for (std::size_t at = 0; at < good.size(); at += isIdle(at) ? 16U : 1U) {
     std::string bytes = good;
     bytes[at] = static_cast<char>(bytes[at] ^ (1 << at * 5 % 8));
     std::remove(folder.path("idx.isi").c_str());  // a file that is emptied and written would be synced
@@ -214,7 +216,7 @@ TEST(Read, WritesWhatIsThereOrEndsWithStatus2WhenAnyByteIsWrongOrMissing) {
     EXPECT_EQ(result.exitStatus, result.output.empty() ? 1 : 0) << at;
   }
   EXPECT_GT(refused, good.size() / 16);
-  for (std::size_t size = 0; size < good.size(); size += 37) {
+  for (std::size_t size = 0; size < good.size(); size += 101) {
     folder.write("idx.isi", good.substr(0, size));
     EXPECT_EQ(readWith(folder, "idx.isi").exitStatus, 2) << size;
   }
