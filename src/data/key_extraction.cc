@@ -188,8 +188,8 @@ std::uint32_t walkColumns(const KeyColumns& keys, const RecordComparison& compar
   return walk.matchCount;
 }
 
-std::uint32_t expandedColumns(const RecordBytes& record) {
-  std::uint32_t column = 0;
+std::uint32_t expandedColumns(const RecordBytes& record, std::uint32_t before) {
+  std::uint32_t column = before;
   const std::uint8_t* at = record.begin;
   for (;;) {
     const std::uint8_t* const tab = findTab(at, record.end);

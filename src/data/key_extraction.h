@@ -49,8 +49,8 @@ struct ColumnWalk {
 std::uint32_t walkColumns(const KeyColumns& keys, const RecordComparison& comparison, const RecordBytes& record,
                           std::uint8_t* key);
 
-/// Columns of the record with its TABs expanded.
-[[nodiscard]] std::uint32_t expandedColumns(const RecordBytes& record);
+/// Columns of the record with its TABs expanded, or of one that has `before` columns in front of these bytes.
+[[nodiscard]] std::uint32_t expandedColumns(const RecordBytes& record, std::uint32_t before = 0);
 
 /// The key as ranges to copy and simple conditions to test; made once per run.
 struct KeyPlan {

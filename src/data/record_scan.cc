@@ -121,10 +121,24 @@ void reportLongRecord(const ScanContext& scan, std::uint32_t columns) {
   scanner.findings.format.overlongRecord = true;
 }
 
+// Columns of the record that begins at `begin`, wherever it ends: piece by piece, since it fits into no buffer. The
+// scan does not go on behind it.
+std::uint32_t countColumns(const ScanContext& scan, const std::uint8_t* begin) {
+  Scanner& scanner = scan.scanner;
+  std::uint32_t columns = 0;
+  for (Step step = Step::goOn; step == Step::goOn; step = nextBlock(scan), begin = scanner.blocks.cursor) {
+    const std::uint8_t* const mark = findMark(scanner, begin);
+    const RecordBytes piece{begin, mark != nullptr ? mark : scanner.blocks.blockEnd};
+    columns = scanner.expandsTabs ? expandedColumns(piece, columns) : columns + piece.size();
+    if (mark != nullptr) break;
+  }
+  return columns;
+}
+
 // Gives up on a record that is longer than any may be, before its end was seen.
 Step refuseRecord(const ScanContext& scan, const std::uint8_t* begin) {
-  const auto seen = static_cast<std::uint32_t>(scan.scanner.blocks.blockEnd - begin);
-  if (scan.scanner.settings->spaceCompression && scan.scanner.recordLimit != 0) reportLongRecord(scan, seen);
+  const bool reported = scan.scanner.settings->spaceCompression && scan.scanner.recordLimit != 0;
+  if (reported) reportLongRecord(scan, scan.messages.debugMode ? countColumns(scan, begin) : 0);
   return Step::recordTooLong;
 }
 

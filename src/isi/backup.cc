@@ -49,10 +49,12 @@ bool failRestore(TrackedFiles& files, Messages& messages, const char* text, std:
 
 }  // namespace
 
+bool backupNameOf(std::string_view indexName, FileName& backupName) { return backupName.join(indexName, ".bak"); }
+
 bool makeBackup(TrackedFiles& files, int keepFd, Messages& messages) {
   const TrackedFile& index = files[FileRole::input];
   TrackedFile& backup = files[FileRole::backup];
-  if (backup.name.join(index.name.view(), backupSuffix)) {
+  if (backupNameOf(index.name, backup.name)) {
     const InterruptHold hold;
     backup.fd = createFile(backup.name.c_str(), {index.fd, keepFd});
   }

@@ -5,13 +5,15 @@
 // FileRole::input.
 #pragma once
 
+#include <string_view>
+
 #include "common/messages.h"
 #include "common/tracked_files.h"
 
 namespace tarnvale {
 
-/// The backup of an index has the index's name with this appended.
-inline constexpr const char* backupSuffix = ".bak";
+/// The name of the backup of an index. False when it does not fit.
+[[nodiscard]] bool backupNameOf(std::string_view indexName, FileName& backupName);
 
 /// Copies the open index, and syncs the copy and its directory. `keepFd` is a further descriptor whose file must not
 /// become the copy. False, and a message, when that fails; no backup is left then.

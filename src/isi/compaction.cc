@@ -55,7 +55,8 @@ constexpr WalkFailure walkFailures[] = {
 void reportDamage(const CompactContext& compact, const char* text) {
   putComposed(compact.messages, {text, fileName(compact.indexName()), "\n"});
   FileName backup;
-  if (!backup.join(compact.indexName(), backupSuffix) || ::access(backup.c_str(), F_OK) != 0) return;
+  const bool own = compact.compaction.backupMade;  // it is about to be copied back
+  if (own || !backupNameOf(compact.indexName(), backup) || ::access(backup.c_str(), F_OK) != 0) return;
   putComposed(compact.messages, {"A backup of it from an earlier compaction is there: ", fileName(backup), "\n"});
 }
 
@@ -180,7 +181,7 @@ Failure writeHeaderArea(const CompactContext& compact) {
   return result == IndexResult::done ? Failure{} : failWrite(compact);
 }
 
-Failure mergeIntoTree(const CompactContext& compact, std::uint32_t deletedCount) {
+Failure mergeIntoNewTree(const CompactContext& compact, std::uint32_t deletedCount) {
   TrackedFile& errorFile = compact.files[FileRole::errorFile];
   TreeResult inserted = TreeResult::done;
   const SortResult result =
@@ -248,7 +249,7 @@ Failure compactIndex(const Settings& settings, Compaction& compaction, Sorter& s
 
   std::uint32_t deletedCount = 0;
   failure = rebuild(compact, deletedCount);
-  if (failure.none()) failure = mergeIntoTree(compact, deletedCount);
+  if (failure.none()) failure = mergeIntoNewTree(compact, deletedCount);
   if (!failure.none()) return failure;
   if (!finishLevels(builder, messages)) return {status::indexNotWritten, FileRole::index};
   return writeFinalHeader(compact);
