@@ -19,7 +19,9 @@ target_compile_definitions(tarnvale_compile INTERFACE $<$<CONFIG:Debug>:_GLIBCXX
 
 if(TARNVALE_SANITIZE)
   set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  target_compile_options(tarnvale_compile INTERFACE ${sanitizers})
+  # Between the checks of the sanitizers g++ no longer sees what the C++ library has initialised.
+  target_compile_options(tarnvale_compile INTERFACE ${sanitizers}
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(tarnvale_compile INTERFACE ${sanitizers})
 endif()
 
