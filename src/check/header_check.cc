@@ -87,9 +87,6 @@ void checkForm(const IsiHeader& header, Report& report) {
     report.add("header, version: the bytes %02X %02X instead of 03 FC or FC 03", header.versionWord.bytes[0],
                header.versionWord.bytes[1]);
   }
-  if (header.spinCounter > 9) {
-    report.add("header, change counter: %" PRIu32 " instead of 0 or 1", std::uint32_t{header.spinCounter});
-  }
   if (!isStoredText(header.dataFileName)) report.add("header, data file: not what a build writes");
   if (!isStoredText(header.storedCommandLine)) report.add("header, command: not what a build writes");
 }

@@ -9,7 +9,7 @@
 
 namespace tarnvale {
 
-/// What no build and no compaction writes, whatever the options: version, change counter, texts.
+/// What no build and no compaction writes, whatever the options: version and texts.
 void checkForm(const IsiHeader& header, Report& report);
 
 /// Compares every field that the data file and the options decide with the header that a build would write now.

@@ -110,6 +110,11 @@ void composeMessage(Messages& messages, std::initializer_list<MessagePiece> piec
   }
 }
 
+StatusCode failWith(Messages& messages, StatusCode code, std::initializer_list<MessagePiece> pieces) {
+  composeMessage(messages, pieces);
+  return code;
+}
+
 void putComposed(Messages& messages, std::initializer_list<MessagePiece> pieces) {
   composeMessage(messages, pieces);
   putMessage(messages, messages.buffer);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "common/fixed_text.h"
+#include "common/status_code.h"
 #include "common/tracked_files.h"
 
 namespace tarnvale {
@@ -56,6 +57,9 @@ struct MessagePiece {
 /// Composes the pieces in the buffer. Where they do not fit, the file names are shortened in the middle, so that the
 /// beginning of the message and the end of each name are seen.
 void composeMessage(Messages& messages, std::initializer_list<MessagePiece> pieces);
+
+/// composeMessage, for a routine that ends with this code.
+[[nodiscard]] StatusCode failWith(Messages& messages, StatusCode code, std::initializer_list<MessagePiece> pieces);
 
 /// composeMessage, then putMessage.
 void putComposed(Messages& messages, std::initializer_list<MessagePiece> pieces);

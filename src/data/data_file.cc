@@ -12,11 +12,6 @@ namespace {
 
 constexpr std::size_t maxStoredName = 255;  // characters that the index header keeps of the data file's name
 
-StatusCode failWith(Messages& messages, StatusCode code, std::initializer_list<MessagePiece> message) {
-  composeMessage(messages, message);
-  return code;
-}
-
 StatusCode checkStoredName(const FileNameParts& parts, const Settings& settings, Messages& messages) {
   const std::size_t bare = parts.baseName.size() + parts.extension.size();
   if (settings.discardPathInHeader) {

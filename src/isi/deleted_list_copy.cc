@@ -10,14 +10,14 @@ namespace tarnvale {
 
 namespace {
 
-ListCopyResult failWrite(Messages& messages) {
+ListCopyResult reportNotWritten(Messages& messages) {
   reportIndexWriteFailure(messages);
   return ListCopyResult::notWritten;
 }
 
 ListCopyResult writeNodeAt(const IsiHandle& handle, int fd, std::uint64_t offset, Messages& messages) {
   const bool written = writeDeletedNode(handle, fd, offset) == IndexResult::done;
-  return written ? ListCopyResult::done : failWrite(messages);
+  return written ? ListCopyResult::done : reportNotWritten(messages);
 }
 
 // Brings the first node of the list into the header area. It stands there already, unless the head points elsewhere.
@@ -59,7 +59,7 @@ ListCopyResult moveListDown(int fd, std::uint64_t from, std::uint64_t nodes, Mes
   for (std::uint64_t i = 0; i < nodes; ++i) {
     const ssize_t count = readAt(fd, &node, sizeof node, from + i * nodeSize);
     if (count != static_cast<ssize_t>(sizeof node)) return ListCopyResult::damaged;
-    if (!writeAllAt(fd, &node, sizeof node, deletedListOffset + i * nodeSize)) return failWrite(messages);
+    if (!writeAllAt(fd, &node, sizeof node, deletedListOffset + i * nodeSize)) return reportNotWritten(messages);
   }
   return ListCopyResult::done;
 }
@@ -109,7 +109,7 @@ ListCopyResult carryDeletedList(IsiHandle& handle, IndexOutput& output, bool inP
   if (result != ListCopyResult::done) return result;
   const std::uint64_t end = deletedListOffset + copy.nodes * nodeSize;
   const bool placed = ::ftruncate(output.fd(), static_cast<off_t>(end)) == 0 && seekTo(output.fd(), end);
-  return placed ? ListCopyResult::done : failWrite(messages);
+  return placed ? ListCopyResult::done : reportNotWritten(messages);
 }
 
 }  // namespace tarnvale

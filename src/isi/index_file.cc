@@ -12,12 +12,6 @@ namespace tarnvale {
 
 namespace {
 
-StatusCode failWith(Messages& messages, StatusCode code, const char* text, std::string_view name,
-                    const char* end = "") {
-  composeMessage(messages, {text, fileName(name), end});
-  return code;
-}
-
 // The parts of the output's name: what was not given is taken from the input. `name` is the resolved name.
 bool completeIndexParts(const FileNaming& naming, const FileNameParts& input, std::string_view extension,
                         FileName& name, FileNameParts& parts) {
@@ -66,7 +60,7 @@ StatusCode createIndexFile(TrackedFiles& files, Messages& messages, bool compact
   if (index.isOpen()) return status::success;
   // Opened for the indexing alone, the input is made accessible again for those who use it.
   static_cast<void>(::fchmod(inputFd, everyoneReadsAndWrites));
-  return failWith(messages, status::outputNotCreated, "Can't create output file ", index.name);
+  return failWith(messages, status::outputNotCreated, {"Can't create output file ", fileName(index.name)});
 }
 
 }  // namespace
@@ -76,11 +70,12 @@ StatusCode openIndexToCompact(TrackedFiles& files, Messages& messages, const Set
   TrackedFile& input = files[FileRole::input];
   input.name = settings.dataName;
   if (!findInputName(naming, ".ISI", input.name, parts)) {
-    return failWith(messages, status::dataNameUnresolved, "Unable to resolve name for source file ", input.name);
+    return failWith(messages, status::dataNameUnresolved,
+                    {"Unable to resolve name for source file ", fileName(input.name)});
   }
   if (!openRegular(input, O_RDWR)) {
-    return failWith(messages, status::dataFileNotOpened, "Unable to open input ISI file for compact: ", input.name,
-                    "\n");
+    return failWith(messages, status::dataFileNotOpened,
+                    {"Unable to open input ISI file for compact: ", fileName(input.name), "\n"});
   }
   if (messages.debugMode) putComposed(messages, {"Opened ", fileName(input.name), " as input file\n"});
   return status::success;
@@ -95,7 +90,8 @@ StatusCode openIndexFile(TrackedFiles& files, Messages& messages, const Settings
   const bool resolved = name.empty() || resolveFileName(naming, name) != 0;
   const FileName nameInPlace = name;  // in place, messages name the output without a default extension or a directory
   if (!resolved || !completeIndexParts(naming, inputParts, extension, name, parts)) {
-    return failWith(messages, status::outputNameUnresolved, "Unable to resolve name for output file ", index.name);
+    return failWith(messages, status::outputNameUnresolved,
+                    {"Unable to resolve name for output file ", fileName(index.name)});
   }
   const bool sameName = isNamedLike(parts, inputParts);
   if (sameName && !settings.compact) return status::outputIsInput;
@@ -122,7 +118,7 @@ StatusCode openErrorFile(TrackedFiles& files, Messages& messages, const FileNami
     errorFile.fd = createFile(errorFile.name.c_str(), {files[FileRole::input].fd, files[FileRole::index].fd});
   }
   if (!errorFile.isOpen()) {
-    return failWith(messages, status::outputNotCreated, "Can't create output file ", errorFile.name);
+    return failWith(messages, status::outputNotCreated, {"Can't create output file ", fileName(errorFile.name)});
   }
   if (messages.debugMode) putComposed(messages, {"Created ", fileName(errorFile.name), " as error file\n"});
   return status::success;

@@ -8,11 +8,6 @@ namespace tarnvale {
 
 namespace {
 
-StatusCode failWith(Messages& messages, StatusCode code, const char* text, std::string_view name) {
-  composeMessage(messages, {text, fileName(name)});
-  return code;
-}
-
 bool findIndexFile(const FileNaming& naming, FileName& name) {
   FileNameParts parts;
   if (resolveFileName(naming, name) == 0 || !splitFileName(name, parts)) return false;
@@ -42,10 +37,12 @@ StatusCode openNamedIndex(const FileNaming& naming, Messages& messages, std::str
                           int& fd) {
   name.assignCut(asWritten);
   if (!findIndexFile(naming, name)) {
-    return failWith(messages, status::outputNameUnresolved, "Unable to resolve name for output file ", name);
+    return failWith(messages, status::outputNameUnresolved,
+                    {"Unable to resolve name for output file ", fileName(name)});
   }
   fd = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  return fd >= 0 ? status::success : failWith(messages, status::indexNotOpened, "Can't open .isi file ", name);
+  return fd >= 0 ? status::success
+                 : failWith(messages, status::indexNotOpened, {"Can't open .isi file ", fileName(name)});
 }
 
 StatusCode showIndexInformation(const FileNaming& naming, Messages& messages, std::string_view asWritten,
@@ -60,7 +57,7 @@ StatusCode showIndexInformation(const FileNaming& naming, Messages& messages, st
   std::string_view text;
   const char* notice = nullptr;
   if (!readStoredText(header, text, notice)) {
-    return failWith(messages, status::notAnIndex, "Not a valid .isi file ", stored.indexName);
+    return failWith(messages, status::notAnIndex, {"Not a valid .isi file ", fileName(stored.indexName)});
   }
   putMessage(messages, notice);
   if (text.empty()) return failWithoutKeyInformation(messages, stored.indexName);
@@ -72,7 +69,7 @@ StatusCode showIndexInformation(const FileNaming& naming, Messages& messages, st
 }
 
 StatusCode failWithoutKeyInformation(Messages& messages, std::string_view indexName) {
-  return failWith(messages, status::noStoredCommandLine, "No key information available for ", indexName);
+  return failWith(messages, status::noStoredCommandLine, {"No key information available for ", fileName(indexName)});
 }
 
 FixedText<256> indexedDataName(int fd) {
