@@ -30,7 +30,7 @@ void checkKeys(const KeyColumns& keys) {
   std::uint32_t planned = 0;
   const KeyPlan plan = makeKeyPlan(keys);
   for (const KeyPlan::Range& range : std::span(plan.ranges).first(plan.rangeCount)) planned += range.length;
-  demand(planned == keys.keyLength, "the specifications make the whole key");
+  demand(planned == keys.keyLength, "the key specifications make the whole key");
 }
 
 void checkSelection(const Selection& selection) {
