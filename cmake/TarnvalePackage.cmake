@@ -12,8 +12,8 @@ a B-tree of the records' keys with the position of each record. Records have
 a fixed or variable length and are text or binary; the data may be far larger
 than memory.
 .
-tarnvale-check proves an index against its data file, tarnvale-read lists it and
-looks keys up in it.")
+tarnvale-check proves an index against its data file, tarnvale-read lists it
+and looks keys up in it.")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
