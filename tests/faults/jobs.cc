@@ -74,7 +74,8 @@ std::string troubleAfterFailure(const Job& job, const Files& before, const Outco
     if (!index && !holds(now.files, name, bytes)) return "failure that touched " + name;
   }
   for (const auto& [name, bytes] : now.files) {
-    const bool inputNotClosed = name == "idx.isi" && now.failed("close", "data.txt") && holds(clean.files, name, bytes);
+    const std::string input = name == "new.isi" ? "idx.isi" : "data.txt";
+    const bool inputNotClosed = now.failed("close", input) && holds(clean.files, name, bytes);
     const bool madeEmpty = name == "data.txt" && bytes.empty() && !interrupted;  // documented: it stays
     const bool known = holds(before, name, bytes) || name.ends_with(".ERR") || couldNotBeDeleted(now, name, bytes) ||
                        inputNotClosed || madeEmpty;
