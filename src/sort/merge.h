@@ -5,6 +5,7 @@
 // equal part of it.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <ctime>
@@ -71,20 +72,25 @@ template <typename Take>
     if (!take(slot.cursor)) return SortResult::sinkFailed;
     slot.cursor += entrySize;
     if (slot.cursor != slot.blockEnd) return SortResult::done;
-    return readBlock(plan, slot, TrainBlock::further, messages) ? SortResult::done : SortResult::workFileNotRead;
+    if (!readBlock(plan, slot, TrainBlock::further, messages)) return SortResult::workFileNotRead;
+    tree.changeBlock();
+    return SortResult::done;
   };
-  for (std::size_t before = maxFanIn, winner = tree.winner();;) {
+  constexpr unsigned winsInARow = 3;  // seldom by chance
+  unsigned wins = 0;
+  for (std::size_t winner = tree.winner();;) {
     MergeSlot& slot = group.slots[winner];
     if (tree.mayHaveEnded() && isEndMarker(slot.cursor)) return SortResult::done;
     SortResult result = deliver(slot);
-    // A train that has won twice may go on winning, as in data that are nearly sorted: no match is played then.
-    if (winner == before && result == SortResult::done) {
+    // A train that goes on winning, as in data that are nearly sorted, plays no match until another one leads.
+    if (wins == winsInARow && result == SortResult::done) [[unlikely]] {
       const LoserTree::Head runnerUp = tree.runnerUp();
       while (result == SortResult::done && tree.staysWinner(runnerUp)) result = deliver(slot);
     }
     if (result != SortResult::done) return result;
-    before = winner;
+    const std::size_t before = winner;
     winner = tree.selectNextMergeEntry();
+    wins = winner == before ? std::min(wins + 1, winsInARow) : 0;
   }
 }
 

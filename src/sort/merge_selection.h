@@ -12,9 +12,14 @@
 // A head is one number: 59 bits of its key, taken where the keys of the run begin to differ, and 5 bits for its slot.
 // So a comparison is one of numbers, and entries are compared only when the key bits are equal. The end marker of a
 // train sorts after every entry.
+//
+// What the processor guesses wrong or waits for is what takes the time. So all paths are equally long: the tree has a
+// power of two of leaves, and those without a slot hold the head `noHead`, which loses to all. And the head that
+// follows in each slot is at hand before it is asked for.
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -37,6 +42,7 @@ struct MergeSlot {
 /// Where the bits of a head stand in an entry, the same for all entries of a run.
 struct HeadShape {
   std::uint32_t keyLength = 0;    // bytes of a key
+  std::uint32_t entrySize = 0;    // bytes
   std::uint32_t prefixStart = 0;  // where the prefix begins in the entry
   std::uint64_t prefixMask = 0;   // the bits of it that belong to the key, without those of the slot number
 };
@@ -49,12 +55,16 @@ class LoserTree {
  public:
   using Head = std::uint64_t;
 
-  /// Plays the heads of the first `count` slots, which must stay where they are, as must the array.
+  /// Plays the heads of the first `count` slots, 1 to 30, which must stay where they are, as must the array.
   LoserTree(const MergeSlot* slots, std::size_t count, const HeadShape& shape)
-      : slots_(slots), count_(count), shape_(shape) {
-    std::array<Head, 2 * maxFanIn> winners{};
-    for (std::size_t i = 0; i < count_; ++i) winners[count_ + i] = headOf(i);
-    for (std::size_t node = count_ - 1; node >= 1; --node) {
+      : slots_(slots), leaves_(std::bit_ceil(count)), shape_(shape) {
+    std::array<Head, 2 * maxLeaves> winners{};
+    for (std::size_t i = 0; i < leaves_; ++i) winners[leaves_ + i] = noHead;
+    for (std::size_t i = 0; i < count; ++i) {
+      winners[leaves_ + i] = headOf(i, slots_[i].cursor);
+      prepareFollowing(i);
+    }
+    for (std::size_t node = leaves_ - 1; node >= 1; --node) {
       winners[node] = winners[2 * node];
       losers_[node] = winners[2 * node + 1];
       play(winners[node], losers_[node]);
@@ -68,11 +78,13 @@ class LoserTree {
   /// True when the winner may be an end marker: its key bits are all ones.
   [[nodiscard]] bool mayHaveEnded() const { return winner_ >= shape_.prefixMask; }
 
-  /// The winner's slot has moved on to its next entry: plays it on its path to the top. The new winner's slot.
+  /// The winner's slot has moved on to its next entry, and where that begins a block, changeBlock was called: plays it
+  /// on its path to the top. The new winner's slot.
   std::size_t selectNextMergeEntry() {
     const std::size_t moved = slotOf(winner_);
-    Head winner = headOf(moved);
-    for (std::size_t node = (count_ + moved) / 2; node >= 1; node /= 2) play(winner, losers_[node]);
+    Head winner = following_[moved];
+    prepareFollowing(moved);
+    for (std::size_t node = (leaves_ + moved) / 2; node >= 1; node /= 2) play(winner, losers_[node]);
     winner_ = winner;
     return slotOf(winner);
   }
@@ -80,28 +92,41 @@ class LoserTree {
   /// The smallest head besides the winner's; that of an end marker when there is none.
   [[nodiscard]] Head runnerUp() const {
     Head smallest = shape_.prefixMask;
-    for (std::size_t node = (count_ + slotOf(winner_)) / 2; node >= 1; node /= 2) {
+    for (std::size_t node = (leaves_ + slotOf(winner_)) / 2; node >= 1; node /= 2) {
       smallest = losers_[node] < smallest ? losers_[node] : smallest;
     }
     return smallest;
   }
 
-  /// The winner's slot has moved on: true, and its new entry is the winner, when its key bits are below those of
-  /// `runnerUp`. Otherwise nothing is changed.
+  /// The winner's slot has moved on as above: true, and its new entry is the winner, when its key bits are below those
+  /// of `runnerUp`. Otherwise nothing is changed.
   bool staysWinner(Head runnerUp) {
-    const Head head = headOf(slotOf(winner_));
+    const std::size_t slot = slotOf(winner_);
+    const Head head = following_[slot];
     if ((head | slotMask) >= runnerUp) return false;
+    prepareFollowing(slot);
     winner_ = head;
     return true;
   }
 
+  /// The winner's slot has got another block, and its cursor stands at the first entry.
+  void changeBlock() {
+    const std::size_t slot = slotOf(winner_);
+    following_[slot] = headOf(slot, slots_[slot].cursor);
+  }
+
  private:
   static constexpr Head slotMask = 31;
+  static constexpr Head noHead = ~Head{0};
+  static constexpr std::size_t maxLeaves = slotMask + 1;
+  static_assert(maxFanIn < maxLeaves);  // so that no slot has the number in noHead
 
   static std::size_t slotOf(Head head) { return head & slotMask; }
 
-  [[nodiscard]] Head headOf(std::size_t slot) const {
-    const std::uint8_t* const entry = slots_[slot].cursor;
+  // Behind the last entry of a block stand bytes without a meaning; changeBlock will put the right head in their place.
+  void prepareFollowing(std::size_t slot) { following_[slot] = headOf(slot, slots_[slot].cursor + shape_.entrySize); }
+
+  [[nodiscard]] Head headOf(std::size_t slot, const std::uint8_t* entry) const {
     const std::uint64_t prefix = isEndMarker(entry) ? ~std::uint64_t{0} : loadKeyPrefix(entry + shape_.prefixStart);
     return (prefix & shape_.prefixMask) | slot;
   }
@@ -112,9 +137,7 @@ class LoserTree {
     const Head a = winner;
     const Head b = loser;
     if ((a ^ b) <= slotMask) [[unlikely]] {
-      if (entrySortsBefore(slots_[slotOf(b)].cursor, slots_[slotOf(a)].cursor, shape_.keyLength)) {
-        std::swap(winner, loser);
-      }
+      if (sortsBefore(b, a)) std::swap(winner, loser);
       return;
     }
     const Head exchange = (a ^ b) & (Head{0} - static_cast<Head>(b < a));  // as min and max compilers make it a branch
@@ -123,13 +146,14 @@ class LoserTree {
   }
 
   // The order of two entries with the same key bits; an end marker sorts after every entry.
-  static bool entrySortsBefore(const std::uint8_t* a, const std::uint8_t* b, std::uint32_t keyLength);
+  [[nodiscard]] bool sortsBefore(Head a, Head b) const;
 
   const MergeSlot* slots_;
-  std::size_t count_;
+  std::size_t leaves_;
   HeadShape shape_;
   Head winner_ = 0;
-  std::array<Head, maxFanIn> losers_{};  // node 1 is the top; node 0 is not used
+  std::array<Head, maxFanIn> following_{};  // of each slot: the head of the entry behind its cursor
+  std::array<Head, maxLeaves> losers_{};    // node 1 is the top; node 0 is not used
 };
 
 }  // namespace tarnvale

@@ -10,8 +10,10 @@ namespace tarnvale {
 namespace {
 
 constexpr std::uint32_t smallestArea = 8192;
-constexpr std::uintptr_t alignment = 4096;   // of the area: blocks are read into aligned parts of it
-constexpr std::uint32_t readableBehind = 8;  // bytes behind the area that a key prefix at its end may reach
+constexpr std::uintptr_t alignment = 4096;  // of the area: blocks are read into aligned parts of it
+// Bytes behind the area that may be looked at: a key prefix at its end, and what would be the entry behind a block.
+constexpr std::uint32_t readableBehind = 256;
+static_assert(readableBehind >= maxSortEntrySize + 8);
 
 constexpr std::uint32_t hugePage = 2097152;  // bytes
 
