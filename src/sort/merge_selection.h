@@ -140,9 +140,8 @@ class LoserTree {
       if (sortsBefore(b, a)) std::swap(winner, loser);
       return;
     }
-    const Head exchange = (a ^ b) & (Head{0} - static_cast<Head>(b < a));  // as min and max compilers make it a branch
-    winner = a ^ exchange;
-    loser = b ^ exchange;
+    winner = __builtin_expect_with_probability(b < a, 1, 0.5) ? b : a;  // or else compilers make it a branch
+    loser = a ^ b ^ winner;
   }
 
   // The order of two entries with the same key bits; an end marker sorts after every entry.
