@@ -56,7 +56,7 @@ SortResult mergeIntoTrain(Sorter& sorter, MergePlan& plan, const Progress& progr
   if (result == SortResult::done) {
     std::uint8_t marker[maxSortEntrySize];
     writeEndMarker(marker, entrySize);
-    if (!putEntry(sorter.output, marker, entrySize) || !flushOutput(sorter.output)) result = SortResult::sinkFailed;
+    if (!putEntry(sorter.output, marker, entrySize)) result = SortResult::sinkFailed;
   }
   if (result == SortResult::sinkFailed) return SortResult::workFileNotWritten;
   sorter.trainOffsets[plan.groups++] = trainStart;
@@ -113,6 +113,7 @@ SortResult mergeUpToFinalPass(Sorter& sorter, MergePlan& plan, TrackedFiles& fil
       const SortResult result = mergeIntoTrain(sorter, plan, progress, messages);
       if (result != SortResult::done) return result;
     }
+    if (!flushOutput(sorter.output)) return SortResult::workFileNotWritten;
     finishPass(sorter, plan, files, messages);
     plan.finalPass = plan.groups <= plan.fanIn;
     startPass(sorter, plan, files);

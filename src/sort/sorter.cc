@@ -70,7 +70,6 @@ bool writeSortTrain(Sorter& sorter, std::uint32_t count) {
     if (!putEntry(sorter.output, area.entryOfSlot(slots[i]), area.entrySize)) return false;
   }
   if (count < room && !putEndMarker(sorter)) return false;
-  if (!flushOutput(sorter.output)) return false;
   if (count > 0) rememberTrain(sorter, first, area.entryOfSlot(slots[count - 1]));
   return true;
 }
