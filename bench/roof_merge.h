@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <utility>
 #include <vector>
@@ -39,22 +40,27 @@ struct Merge {
 
   template <typename Take>
   void run(const std::uint64_t* starts, std::size_t trains, Take take) {
+    leaves = std::bit_ceil(trains);
     for (std::size_t i = 0; i < trains; ++i) {
       sources[i] = {area + i * blockEntries, nullptr, nullptr, starts[i]};
       readBlock(sources[i]);
+      following[i] = headOf(i, sources[i].next + 1);
     }
     Head winner = playAll(trains);
-    for (std::size_t before = maxFanIn;;) {
+    for (unsigned wins = 0;;) {
       const std::size_t moved = winner & sourceMask;
-      Source& source = sources[moved];
       if (winner >= endHead && isEnd(winner)) return;
-      takeNext(source, take);
-      // One source that goes on winning, as in data that are nearly sorted, plays no match.
-      for (const Head bound = moved == before ? lowestOther(trains, moved) : 0; (headOf(moved) | sourceMask) < bound;)
-        takeNext(source, take);
-      before = moved;
-      winner = headOf(moved);
-      for (std::size_t node = (trains + moved) / 2; node >= 1; node /= 2) play(winner, losers[node]);
+      takeNext(moved, take);
+      if (wins == 3) {  // as in data that are nearly sorted: no match is played until another one leads
+        for (const Head bound = lowestOther(moved); (following[moved] | sourceMask) < bound;) {
+          following[moved] = headOf(moved, sources[moved].next + 1);
+          takeNext(moved, take);
+        }
+      }
+      winner = following[moved];
+      following[moved] = headOf(moved, sources[moved].next + 1);
+      for (std::size_t node = (leaves + moved) / 2; node >= 1; node /= 2) play(winner, losers[node]);
+      wins = (winner & sourceMask) == moved ? std::min(wins + 1, 3U) : 0;
     }
   }
 
@@ -68,13 +74,19 @@ struct Merge {
   using Head = std::uint64_t;  // bits of the key, and the source
   static constexpr Head sourceMask = maxFanIn - 1;
   static constexpr Head endHead = ~sourceMask;
+  static constexpr Head noHead = ~Head{0};  // of a leaf without a source
   std::array<Source, maxFanIn> sources;
   std::array<Head, maxFanIn> losers;
+  std::array<Head, maxFanIn> following;  // of each source: the head of the entry behind the next one
+  std::size_t leaves;
 
   template <typename Take>
-  void takeNext(Source& source, Take& take) {
+  void takeNext(std::size_t number, Take& take) {
+    Source& source = sources[number];
     take(*source.next);
-    if (++source.next == source.blockEnd) readBlock(source);
+    if (++source.next != source.blockEnd) return;
+    readBlock(source);
+    following[number] = headOf(number, source.next);
   }
 
   void readBlock(Source& source) {
@@ -84,17 +96,16 @@ struct Merge {
     source.blockEnd = source.block + blockEntries;
   }
 
-  Head headOf(std::size_t source) const {
-    const Record& entry = *sources[source].next;
-    const bool end = entry.lfa == ~std::uint64_t{0};
-    return ((end ? ~std::uint64_t{0} : keyNumber<std::uint64_t>(entry, shared)) & ~sourceMask) | source;
+  Head headOf(std::size_t source, const Record* entry) const {
+    const bool end = entry->lfa == ~std::uint64_t{0};
+    return ((end ? ~std::uint64_t{0} : keyNumber<std::uint64_t>(*entry, shared)) & ~sourceMask) | source;
   }
   bool isEnd(Head head) const { return sources[head & sourceMask].next->lfa == ~std::uint64_t{0}; }
 
   // The smallest head but that of the source, or below it.
-  Head lowestOther(std::size_t trains, std::size_t source) const {
+  Head lowestOther(std::size_t source) const {
     Head lowest = endHead;
-    for (std::size_t node = (trains + source) / 2; node >= 1; node /= 2) lowest = std::min(lowest, losers[node]);
+    for (std::size_t node = (leaves + source) / 2; node >= 1; node /= 2) lowest = std::min(lowest, losers[node]);
     return lowest;
   }
 
@@ -106,21 +117,22 @@ struct Merge {
       if (before(b, a)) std::swap(winner, loser);
       return;
     }
-    const Head exchange = (a ^ b) & (Head{0} - static_cast<Head>(b < a));
-    winner = a ^ exchange;
-    loser = b ^ exchange;
+    winner = __builtin_expect_with_probability(b < a, 1, 0.5) ? b : a;
+    loser = a ^ b ^ winner;
   }
 
   bool before(Head a, Head b) const {
+    if (a == noHead || b == noHead) return a != noHead;
     if (isEnd(a) || isEnd(b)) return !isEnd(a);
     return sortsBefore(*sources[a & sourceMask].next, *sources[b & sourceMask].next);
   }
 
-  // Source i stands below node (trains + i) / 2.
+  // The number of leaves is a power of two, so that all ways up are equally long.
   Head playAll(std::size_t trains) {
     std::array<Head, 2 * maxFanIn> winners;
-    for (std::size_t i = 0; i < trains; ++i) winners[trains + i] = headOf(i);
-    for (std::size_t node = trains - 1; node >= 1; --node) {
+    winners.fill(noHead);
+    for (std::size_t i = 0; i < trains; ++i) winners[leaves + i] = headOf(i, sources[i].next);
+    for (std::size_t node = leaves - 1; node >= 1; --node) {
       winners[node] = winners[2 * node];
       losers[node] = winners[2 * node + 1];
       play(winners[node], losers[node]);
@@ -150,8 +162,8 @@ void mergeTrains(Trains<keyLength>& trains, std::size_t areaSize, Take take) {
       Record end{};
       end.lfa = ~std::uint64_t{0};
       write(end);
-      trains.out.flush();
     }
+    trains.out.flush();
     starts = std::move(merged);
     std::swap(merge.input, trains.out.fd);
     if (::ftruncate(trains.out.fd, 0) != 0 || ::lseek(trains.out.fd, 0, SEEK_SET) != 0)

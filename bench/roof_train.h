@@ -96,7 +96,6 @@ struct Trains {
       __builtin_prefetch(&area[pairs[std::min(i + ahead, count - 1)].entry]);
       out.put(&area[pairs[i].entry], sizeof(Record));
     }
-    out.flush();
     if (count != 0) last = area[pairs[count - 1].entry];
     position += count * sizeof(Record);
     count = 0;

@@ -9,6 +9,7 @@ HeadShape makeHeadShape(std::uint32_t keyLength, std::uint32_t sharedLength) {
   shape.entrySize = static_cast<std::uint32_t>(sortEntryHeadSize) + keyLength;
   shape.prefixStart = static_cast<std::uint32_t>(sortEntryHeadSize) + sharedLength;
   shape.prefixMask = keyPrefixMask(keyLength, sharedLength) & ~slotBits;
+  shape.wholeKey = (shape.prefixMask & 0xFF) == 0;
   return shape;
 }
 

@@ -45,6 +45,7 @@ struct HeadShape {
   std::uint32_t entrySize = 0;    // bytes
   std::uint32_t prefixStart = 0;  // where the prefix begins in the entry
   std::uint64_t prefixMask = 0;   // the bits of it that belong to the key, without those of the slot number
+  bool wholeKey = false;          // heads tell all that the keys differ in
 };
 
 /// The shape for keys of which the first `sharedLength` bytes are the same in the whole run.
@@ -67,7 +68,7 @@ class LoserTree {
     for (std::size_t node = leaves_ - 1; node >= 1; --node) {
       winners[node] = winners[2 * node];
       losers_[node] = winners[2 * node + 1];
-      play(winners[node], losers_[node]);
+      if (losers_[node] != noHead) play(winners[node], losers_[node]);
     }
     winner_ = winners[1];
   }
@@ -137,12 +138,17 @@ class LoserTree {
     const Head a = winner;
     const Head b = loser;
     if ((a ^ b) <= slotMask) [[unlikely]] {
-      if (sortsBefore(b, a)) std::swap(winner, loser);
+      const bool exchanged = shape_.wholeKey ? lfaOf(b) < lfaOf(a) : sortsBefore(b, a);
+      winner = exchanged ? b : a;
+      loser = a ^ b ^ winner;
       return;
     }
     winner = __builtin_expect_with_probability(b < a, 1, 0.5) ? b : a;  // or else compilers make it a branch
     loser = a ^ b ^ winner;
   }
+
+  // That of an end marker is above all others.
+  [[nodiscard]] std::uint64_t lfaOf(Head head) const { return entryLfa(slots_[slotOf(head)].cursor); }
 
   // The order of two entries with the same key bits; an end marker sorts after every entry.
   [[nodiscard]] bool sortsBefore(Head a, Head b) const;
