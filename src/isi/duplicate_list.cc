@@ -1,5 +1,7 @@
 #include "isi/duplicate_list.h"
 
+#include <cstring>
+
 #include "common/interrupt_hold.h"
 #include "common/posix_file.h"
 #include "format/sort_entry.h"
@@ -8,24 +10,46 @@ namespace tarnvale {
 
 namespace {
 
-constexpr std::string_view lineEnd = "\r\n";
+constexpr std::string_view droppedText = "Duplicate Key ignored at:";
+constexpr std::string_view keptText = "Duplicate Key at:";
 
-// A number in upper-case hexadecimal digits, at the end of 16 columns. There may be one of them for every record.
-class HexColumn {
+// What a report says of an entry. There may be one for every record.
+class DuplicateLine {
  public:
-  explicit HexColumn(std::uint64_t number) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    columns_.fill(' ');
-    std::size_t place = columns_.size();
-    do {
-      columns_[--place] = digits[number % digits.size()];
-      number /= digits.size();
-    } while (number != 0);
+  DuplicateLine(std::string_view text, const std::uint8_t* entry, std::uint32_t keyLength) {
+    put(text);
+    putHexColumn(entryLfa(entry));
+    put(" Key:");
+    put({reinterpret_cast<const char*>(entryKey(entry)), keyLength});
+    put(" ");
   }
-  [[nodiscard]] std::string_view text() const { return {columns_.data(), columns_.size()}; }
+
+  // The line with this end; it holds up to the next call.
+  std::string_view endingWith(std::string_view end) {
+    std::memcpy(bytes_.data() + size_, end.data(), end.size());
+    return {bytes_.data(), size_ + end.size()};
+  }
 
  private:
-  std::array<char, 16> columns_;
+  static constexpr std::size_t columns = 16;  // of the number, which stands at their end
+
+  void put(std::string_view piece) {
+    std::memcpy(bytes_.data() + size_, piece.data(), piece.size());
+    size_ += piece.size();
+  }
+
+  void putHexColumn(std::uint64_t number) {
+    std::memset(bytes_.data() + size_, ' ', columns);
+    size_ += columns;
+    std::size_t place = size_;
+    do {
+      bytes_[--place] = "0123456789ABCDEF"[number % 16];
+      number /= 16;
+    } while (number != 0);
+  }
+
+  std::array<char, droppedText.size() + columns + maxKeyLength + 8> bytes_;
+  std::size_t size_ = 0;
 };
 
 // Written and forgotten in one step: the interrupt handler writes what it finds collected.
@@ -52,11 +76,9 @@ void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
                      const std::uint8_t* entry, std::uint32_t keyLength) {
   if (!settings.errorFileWanted || settings.quietDuplicates) return;
-  const std::string_view text = settings.ignoreDuplicates ? "Duplicate Key ignored at:" : "Duplicate Key at:";
-  const HexColumn lfa(entryLfa(entry));
-  const std::string_view key(reinterpret_cast<const char*>(entryKey(entry)), keyLength);
-  putErrorFileLine(list, file, messages, {text, lfa.text(), " Key:", key, " ", lineEnd});
-  if (settings.noDuplicates) putCollectedLine(messages, {text, lfa.text(), " Key:", key, " ", "\n"});
+  DuplicateLine line(settings.ignoreDuplicates ? droppedText : keptText, entry, keyLength);
+  putErrorFileLine(list, file, messages, {line.endingWith("\r\n")});
+  if (settings.noDuplicates) putCollectedLine(messages, {line.endingWith("\n")});
 }
 
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {
