@@ -1,7 +1,8 @@
 // RunContext: the one record of a run, put together from the parts that the floors below declare.
 //
 // It is static and trivially destructible, so a run may end at any instruction by _exit. Every default is written at
-// its field: a new run starts by assigning an empty record. Below the driver nobody knows it.
+// its field; the large buffers have none, so that a run which does not use them takes no memory for them. Below the
+// driver nobody knows it.
 #pragma once
 
 #include <type_traits>

@@ -264,7 +264,6 @@ void collectMessages(RunContext& run) {
 }  // namespace
 
 StatusCode runUtility(RunContext& run, int argc, char* const* argv, std::FILE* output) {
-  run = RunContext{};
   const Arguments arguments(argv, static_cast<std::size_t>(argc));
   if (answerQuestion(arguments, output)) return status::success;
   Arguments remaining = arguments.subspan(arguments.empty() ? 0 : 1);

@@ -7,7 +7,7 @@
 
 namespace tarnvale {
 
-/// Runs the utility on an argument vector, with the record `run`, which is reset first; messages go to `output` until a
+/// Runs the utility on an argument vector, with `run`, a new record; messages go to `output` until a
 /// log is opened. 0 on success, 1 when the usage text answered a `?` or a file could not be closed, else a negative
 /// StatusCode.
 [[nodiscard]] StatusCode runUtility(RunContext& run, int argc, char* const* argv, std::FILE* output);

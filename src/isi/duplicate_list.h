@@ -14,7 +14,7 @@ namespace tarnvale {
 /// Lines of the error file are collected here. What is not written yet is known to TrackedFiles, so that an interrupt
 /// writes it.
 struct DuplicateList {
-  std::array<char, 65536> lines;
+  std::array<char, 262144> lines;
   bool incomplete = false;       // a line could not be written, and this was reported
   std::uint32_t duplicates = 0;  // entries in the index whose key equals the one before
   std::uint32_t dropped = 0;     // such entries that were left out

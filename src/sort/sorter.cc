@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/page_buffer.h"
 #include "common/progress.h"
 
 namespace tarnvale {
@@ -136,7 +137,9 @@ SortResult formTrains(Sorter& sorter, const TrackedFiles& files, Messages& messa
       if (result != SortResult::done) return result;
       anyWritten = true;
     }
-    if (last) return finishTrains(sorter, filled.entries, anyWritten, messages);
+    if (!last) continue;
+    giveBackPages(sorter.pairs, pairBufferSize);  // what is needed from here on takes their place
+    return finishTrains(sorter, filled.entries, anyWritten, messages);
   }
 }
 
