@@ -73,7 +73,7 @@ struct KeyPlan {
 
 [[nodiscard]] KeyPlan makeKeyPlan(const KeyColumns& keys);
 
-inline constexpr std::size_t expandedSize = 65536;  // bytes for as many columns as a plan can need
+inline constexpr std::size_t expandedSize = 65600;  // bytes for as many columns as a plan can need, and a few more
 
 /// The record's first columns, as many as the plan needs, with TABs expanded into `expanded` (expandedSize bytes).
 [[nodiscard]] RecordBytes expandTabs(const KeyPlan& plan, const RecordBytes& record, std::uint8_t* expanded);

@@ -1,4 +1,4 @@
-// The bytes of a block that may end a record, one after the other.
+// The bytes of a block that may end a record, or its TABs, one after the other.
 //
 // Where records are short, a call for each of them costs more than the search. So 64 bytes are compared at a time and
 // the places found are kept as bits of a number. Where they are long, the C library's search is the faster one.

@@ -1,6 +1,7 @@
-// The records that most files consist of: text without TABs to expand.
+// The records that most files consist of: text in the middle of a block.
 //
-// They are taken straight from the block, many in one loop; whatever is not plain is left to the general scan.
+// They are taken straight from the block, many in one loop; whatever is not plain, as a record that the block does not
+// hold to its end, or one longer than it should be, is left to the general scan.
 #pragma once
 
 #include <cstdint>
