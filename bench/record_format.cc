@@ -10,6 +10,7 @@ namespace bench {
 namespace {
 
 constexpr std::uint8_t blank = ' ';
+constexpr std::size_t tabWidth = 8;
 
 bool takePrefix(std::string_view& rest, std::string_view prefix) {
   if (!rest.starts_with(prefix)) return false;
@@ -79,20 +80,21 @@ void copyRanges(const RecordFormat& format, const std::uint8_t* columns, std::ui
   }
 }
 
-// The record's columns up to the key's last one. The vector is kept, since making one for each record would be most of
-// the work.
+// The record's columns up to the key's last one, in memory that is kept from one record to the next.
 const std::uint8_t* keyColumns(const RecordFormat& format, Bytes record) {
   static std::vector<std::uint8_t> columns;
-  columns.clear();
+  columns.resize(format.keyColumns + tabWidth);
+  std::size_t column = 0;
   for (const std::uint8_t byte : record) {
-    if (columns.size() >= format.keyColumns) break;
+    if (column >= format.keyColumns) break;
     if (byte == '\t' && format.expandTabs) {
-      columns.resize(columns.size() / 8 * 8 + 8, blank);
+      std::memset(&columns[column], blank, tabWidth);
+      column += tabWidth - column % tabWidth;
     } else {
-      columns.push_back(byte);
+      columns[column++] = byte;
     }
   }
-  if (columns.size() < format.keyColumns) columns.resize(format.keyColumns, blank);
+  if (column < format.keyColumns) std::memset(&columns[column], blank, format.keyColumns - column);
   return columns.data();
 }
 

@@ -56,7 +56,10 @@ struct Trains {
   Record last{};                      // written
 
   explicit Trains(std::size_t areaSize)
-      : area(static_cast<Record*>(largeMemory(areaSize))), capacity(areaSize / (sizeof(Record) + 4) - 1) {}
+      : area(static_cast<Record*>(largeMemory(areaSize))),
+        capacity(areaSize / (sizeof(Record) + 4) - 1),
+        pairs(static_cast<Pair*>(largeMemory(capacity * sizeof(Pair)))),
+        otherPairs(static_cast<Pair*>(largeMemory(capacity * sizeof(Pair)))) {}
 
   /// The place for the next entry. It counts once `accept` is called.
   Record& next() { return area[count]; }
@@ -74,7 +77,8 @@ struct Trains {
     std::uint32_t number;
     std::uint32_t entry;
   };
-  std::vector<Pair> pairs, otherPairs;
+  Pair* pairs;
+  Pair* otherPairs;
 
   void putEnd() {
     Record end{};
@@ -108,14 +112,12 @@ struct Trains {
     if (count != 0 && !starts.empty())
       sharedHere = std::min(sharedHere, sharedLength(area[0].key, last.key, keyLength));
     shared = std::min(shared, sharedHere);
-    pairs.resize(count);
-    otherPairs.resize(count);
     for (std::size_t i = 0; i < count; ++i)
       pairs[i] = {keyNumber<std::uint32_t>(area[i], sharedHere), static_cast<std::uint32_t>(i)};
     for (unsigned shift = 0; shift < 32; shift += digitBits) distribute(shift);
     for (std::size_t start = 0, end = 0; start < count; start = end) {
       for (end = start + 1; end < count && pairs[end].number == pairs[start].number;) ++end;
-      sortEqual(pairs.begin() + static_cast<std::ptrdiff_t>(start), pairs.begin() + static_cast<std::ptrdiff_t>(end));
+      sortEqual(pairs + start, pairs + end);
     }
   }
 
@@ -124,16 +126,15 @@ struct Trains {
 
   void distribute(unsigned shift) {
     std::array<std::uint32_t, digitMask + 1> place{};
-    for (const Pair& pair : pairs) ++place[pair.number >> shift & digitMask];
+    for (std::size_t i = 0; i < count; ++i) ++place[pairs[i].number >> shift & digitMask];
     if (std::ranges::find(place, count) != place.end()) return;
     std::uint32_t sum = 0;
     for (std::uint32_t& start : place) sum += std::exchange(start, sum);
-    for (const Pair& pair : pairs) otherPairs[place[pair.number >> shift & digitMask]++] = pair;
-    pairs.swap(otherPairs);
+    for (std::size_t i = 0; i < count; ++i) otherPairs[place[pairs[i].number >> shift & digitMask]++] = pairs[i];
+    std::swap(pairs, otherPairs);
   }
 
-  template <typename Iterator>
-  void sortEqual(Iterator begin, Iterator end) {
+  void sortEqual(Pair* begin, Pair* end) {
     if (end - begin < 2) return;
     const auto before = [&](const Pair& a, const Pair& b) { return sortsBefore(area[a.entry], area[b.entry]); };
     if (!std::is_sorted(begin, end, before)) std::sort(begin, end, before);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 
 #include "common/page_buffer.h"
 #include "common/progress.h"
@@ -57,21 +58,31 @@ void rememberTrain(Sorter& sorter, const std::uint8_t* first, const std::uint8_t
   trains.any = true;
 }
 
-// Writes the sorted train; an end marker follows it unless the area was full. False when a write failed.
-bool writeSortTrain(Sorter& sorter, std::uint32_t count) {
+// Writes the entries of these slots.
+bool writeSlots(Sorter& sorter, std::span<const std::uint32_t> slots) {
   const SortArea& area = sorter.area;
-  const std::uint32_t* const slots = area.slots;
-  const std::uint8_t* const first = area.entryOfSlot(slots[0]);
-  if (!beginTrain(sorter, first, count)) return false;
-  const std::uint32_t room = area.train().room;
-  sorter.trainEnd += static_cast<std::uint64_t>(room) * area.entrySize;
-  constexpr std::uint32_t ahead = 12;  // entries lie all over the area: the next ones are fetched meanwhile
-  for (std::uint32_t i = 0; i < count; ++i) {
-    __builtin_prefetch(area.entryOfSlot(slots[std::min(i + ahead, count)]));
+  constexpr std::size_t ahead = 12;  // entries lie all over the area: the next ones are fetched meanwhile
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    __builtin_prefetch(area.entryOfSlot(slots[std::min(i + ahead, slots.size() - 1)]));
     if (!putEntry(sorter.output, area.entryOfSlot(slots[i]), area.entrySize)) return false;
   }
+  return true;
+}
+
+// Sorts the train and writes it; an end marker follows it unless the area was full. False when a write failed.
+bool writeSortTrain(Sorter& sorter, std::uint32_t count) {
+  const SortArea& area = sorter.area;
+  bool begun = false;
+  const auto write = [&](std::span<const std::uint32_t> slots) {
+    if (!begun && !beginTrain(sorter, area.entryOfSlot(area.slots[0]), count)) return false;
+    begun = true;
+    return writeSlots(sorter, slots);
+  };
+  if (!sortTrain(area, count, sorter.limits.method, sorter.pairs, write)) return false;
+  const std::uint32_t room = area.train().room;
+  sorter.trainEnd += static_cast<std::uint64_t>(room) * area.entrySize;
   if (count < room && !putEndMarker(sorter)) return false;
-  if (count > 0) rememberTrain(sorter, first, area.entryOfSlot(slots[count - 1]));
+  if (count > 0) rememberTrain(sorter, area.entryOfSlot(area.slots[0]), area.entryOfSlot(area.slots[count - 1]));
   return true;
 }
 
@@ -131,7 +142,6 @@ SortResult formTrains(Sorter& sorter, const TrackedFiles& files, Messages& messa
     if (filled.state == FilledTrain::State::failed) return SortResult::sourceFailed;
     const bool last = filled.state == FilledTrain::State::last;
     sorter.formed += filled.entries;
-    sortTrain(sorter.area, filled.entries, sorter.limits.method, sorter.pairs);
     if (!last || anyWritten) {
       const SortResult result = writeAndCountTrain(sorter, filled, progress, messages);
       if (result != SortResult::done) return result;

@@ -163,11 +163,12 @@ void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen, uns
     next[i] = end;
     partEnd[i] = end += partEnd[i];
   }
-  for (std::uint32_t part = 0; part < digitValues; ++part) {
-    while (next[part] < partEnd[part]) {
-      std::uint32_t slot = slots[next[part]];
-      while (slot >> slotBits != part) std::swap(slot, slots[next[slot >> slotBits]++]);
-      slots[next[part]++] = slot;
+  for (bool misplaced = true; misplaced;) {
+    misplaced = false;
+    for (std::uint32_t part = 0; part < digitValues; ++part) {
+      const std::uint32_t last = partEnd[part];
+      for (std::uint32_t i = next[part]; i < last; ++i) std::swap(slots[i], slots[next[slots[i] >> slotBits]++]);
+      misplaced = misplaced || next[part] != last;
     }
   }
   std::uint32_t before = ~0U;
@@ -190,32 +191,57 @@ void sortByMethod(const TrainSort& sort, Slots slots) {
   method(sort.area, &slots.front(), &slots.back());
 }
 
-// Sorts slots whose keys are equal before `offset`.
-void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
-  if (slots.size() <= smallGroup) {
-    sortByMethod(sort, slots);
-    return;
-  }
+// Divides the slots, whose keys are equal before `offset`, into marked groups that lie in order, by the bits it gives;
+// slots of equal keys are ordered, and not marked.
+KeyBits divide(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   const auto slotBits = static_cast<unsigned>(std::bit_width(std::size_t{sort.area.capacity}));
   const bool fitsPairs = slots.size() <= maxPairs;
   const unsigned wanted = fitsPairs ? wantedBits(slots.size()) : std::min(32 - slotBits, digitBits);
   const KeyBits chosen = chooseKeyBits(sort, slots, offset, wanted);
   if (chosen.total == 0) {
     orderByLfa(sort, slots);
-    return;
-  }
-  if (fitsPairs) {
+  } else if (fitsPairs) {
     orderByPairs(sort, slots, chosen);
   } else {
     orderInPlace(sort, slots, chosen, slotBits);
   }
-  for (std::size_t start = 0; start < slots.size();) {
-    slots[start] &= ~groupStart;
-    std::size_t end = start + 1;
-    while (end < slots.size() && (slots[end] & groupStart) == 0) ++end;
-    if (end - start > 1) sortGroup(sort, slots.subspan(start, end - start), chosen.equalUpTo);
-    start = end;
+  return chosen;
+}
+
+// Takes the first group from the front of marked slots, its mark away.
+Slots takeGroup(Slots& slots) {
+  slots.front() &= ~groupStart;
+  std::size_t end = 1;
+  while (end < slots.size() && (slots[end] & groupStart) == 0) ++end;
+  const Slots group = slots.first(end);
+  slots = slots.subspan(end);
+  return group;
+}
+
+// Sorts slots whose keys are equal before `offset`.
+void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
+  if (slots.size() <= smallGroup) {
+    sortByMethod(sort, slots);
+    return;
   }
+  const KeyBits chosen = divide(sort, slots, offset);
+  if (chosen.total == 0) return;
+  while (!slots.empty()) {
+    const Slots group = takeGroup(slots);
+    if (group.size() > 1) sortGroup(sort, group, chosen.equalUpTo);
+  }
+}
+
+// Sorts a train that the caches do not hold, and hands over each part of it while they still hold that one.
+bool sortInParts(const TrainSort& sort, Slots slots, SortedSlotsSink take) {
+  const KeyBits chosen = divide(sort, slots, 0);
+  if (chosen.total == 0) return take(slots);
+  while (!slots.empty()) {
+    const Slots group = takeGroup(slots);
+    sortGroup(sort, group, chosen.equalUpTo);
+    if (!take(group)) return false;
+  }
+  return true;
 }
 
 bool sortsAfter(const SortArea& area, std::uint32_t a, std::uint32_t b) {
@@ -237,12 +263,17 @@ bool isInOrder(const SortArea& area, std::uint32_t count) {
 
 }  // namespace
 
-void sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs) {
+bool sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs,
+               SortedSlotsSink take) {
   for (std::uint32_t slot = 0; slot <= count; ++slot) area.slots[slot] = slot;
-  if (isInOrder(area, count)) return;
+  const Slots slots(area.slots, count);
+  if (isInOrder(area, count)) return take(slots);
   auto* const pairArea = reinterpret_cast<SortPair*>(pairs);
   auto* const otherPairs = pairArea + maxPairs;
-  sortGroup({area, method, pairArea, otherPairs, reinterpret_cast<std::uint64_t*>(otherPairs)}, {area.slots, count}, 0);
+  const TrainSort sort{area, method, pairArea, otherPairs, reinterpret_cast<std::uint64_t*>(otherPairs)};
+  if (count > maxPairs) return sortInParts(sort, slots, take);
+  sortGroup(sort, slots, 0);
+  return take(slots);
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the slot at `last` is exchanged too, reached from `first`

@@ -5,7 +5,9 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
+#include "common/function_ref.h"
 #include "sort/sort_area.h"
 
 namespace tarnvale {
@@ -22,9 +24,14 @@ inline constexpr std::size_t maxPairs =
     131072;  // two areas of 1 MiB: part of the 4 MiB a run takes besides its buffers
 inline constexpr std::size_t pairBufferSize = 2 * maxPairs * sizeof(SortPair);
 
-/// Makes slot k of the area refer to entry k, for `count` entries and the end marker behind them, and sorts the slots
-/// before it. `pairs` has pairBufferSize bytes.
-void sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs);
+/// Gets the slots of a train in order, all at once or one part after the other. False ends the sort.
+using SortedSlotsSink = FunctionRef<bool(std::span<const std::uint32_t>)>;
+
+/// Makes slot k of the area refer to entry k, for `count` entries and the end marker behind them, sorts the slots
+/// before it and hands them to `take`, an empty train too. `pairs` has pairBufferSize bytes. False when the sink ended
+/// it.
+[[nodiscard]] bool sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs,
+                             SortedSlotsSink take);
 
 /// Shell sort of the slots from `first` to `last`, inclusive.
 void shellSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last);
