@@ -11,9 +11,6 @@ namespace {
 
 constexpr std::uint32_t smallestArea = 8192;
 constexpr std::uintptr_t alignment = 4096;  // of the area: blocks are read into aligned parts of it
-// Bytes behind the area that may be looked at: a key prefix at its end, and what would be the entry behind a block.
-constexpr std::uint32_t readableBehind = 256;
-static_assert(readableBehind >= maxSortEntrySize + 8);
 
 constexpr std::uint32_t hugePage = 2097152;  // bytes
 
@@ -31,7 +28,7 @@ bool isFailed(void* block) { return reinterpret_cast<std::intptr_t>(block) == -1
 std::uint8_t* extendDataSegment(std::uint32_t size) {
   const auto end = reinterpret_cast<std::uintptr_t>(::sbrk(0));
   const std::uintptr_t padding = (alignment - end % alignment) % alignment;
-  void* const block = ::sbrk(static_cast<std::intptr_t>(size + padding + readableBehind));
+  void* const block = ::sbrk(static_cast<std::intptr_t>(size + padding + readableBehindArea));
   return isFailed(block) ? nullptr : static_cast<std::uint8_t*>(block) + padding;
 }
 

@@ -9,6 +9,10 @@
 
 namespace tarnvale {
 
+/// Bytes behind an area that may be looked at: a key prefix at its end, and what would be the entry behind a block.
+inline constexpr std::uint32_t readableBehindArea = 256;
+static_assert(readableBehindArea >= maxSortEntrySize + 8);
+
 /// One block: entries from its start on, and behind them as many numbers of entries, which are sorted instead of the
 /// entries themselves. It lives until the process ends.
 struct SortArea {

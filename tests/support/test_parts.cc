@@ -8,8 +8,8 @@
 
 namespace tarnvale {
 
-// The bytes behind the area are read with the last key, and count for nothing.
-TestSorter::TestSorter(std::uint32_t areaSize, const SortLimits& sortLimits) : areaMemory(areaSize + 8) {
+TestSorter::TestSorter(std::uint32_t areaSize, const SortLimits& sortLimits)
+    : areaMemory(areaSize + readableBehindArea) {
   limits = sortLimits;
   area.base = areaMemory.data();
   area.size = areaSize;
