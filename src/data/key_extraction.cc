@@ -18,29 +18,6 @@ const std::uint8_t* findTab(const std::uint8_t* from, const std::uint8_t* end) {
   return tab != nullptr ? static_cast<const std::uint8_t*>(tab) : end;
 }
 
-// Folds a-z to A-Z, eight bytes at a time: the highest bit of each byte tells whether it is one of them. The last eight
-// bytes may be folded twice, which changes nothing.
-void foldToUpper(std::uint8_t* key, std::size_t length) {
-  constexpr std::uint64_t each = 0x0101010101010101;
-  constexpr std::size_t step = sizeof(std::uint64_t);
-  const auto foldEight = [](std::uint8_t* bytes) {
-    std::uint64_t eight = 0;
-    std::memcpy(&eight, bytes, step);
-    const std::uint64_t low = eight & 0x7F * each;
-    const std::uint64_t fromA = low + (0x80 - 'a') * each;
-    const std::uint64_t beyondZ = low + (0x7F - 'z') * each;
-    const std::uint64_t letters = ~eight & (fromA ^ beyondZ) & 0x80 * each;
-    eight -= letters >> 2;
-    std::memcpy(bytes, &eight, step);
-  };
-  if (length < step) {
-    std::transform(key, key + length, key, toUpper);
-    return;
-  }
-  for (std::size_t i = 0; i + step < length; i += step) foldEight(key + i);
-  foldEight(key + length - step);
-}
-
 // A position in a record that knows its column; it moves forwards only.
 struct ColumnPosition {
   const std::uint8_t* at;
@@ -126,6 +103,29 @@ void copyRange(const KeyPlan::Range& range, const RecordBytes& record, std::uint
 }
 
 }  // namespace
+
+// Eight bytes at a time: the highest bit of each byte tells whether it is one of them. The last eight may overlap those
+// before.
+void copyFolded(std::uint8_t* to, const std::uint8_t* from, std::size_t length) {
+  constexpr std::uint64_t each = 0x0101010101010101;
+  constexpr std::size_t step = sizeof(std::uint64_t);
+  const auto foldEight = [&](std::size_t offset) {
+    std::uint64_t eight = 0;
+    std::memcpy(&eight, from + offset, step);
+    const std::uint64_t low = eight & 0x7F * each;
+    const std::uint64_t fromA = low + (0x80 - 'a') * each;
+    const std::uint64_t beyondZ = low + (0x7F - 'z') * each;
+    const std::uint64_t letters = ~eight & (fromA ^ beyondZ) & 0x80 * each;
+    eight -= letters >> 2;
+    std::memcpy(to + offset, &eight, step);
+  };
+  if (length < step) {
+    std::transform(from, from + length, to, toUpper);
+    return;
+  }
+  for (std::size_t i = 0; i + step < length; i += step) foldEight(i);
+  foldEight(length - step);
+}
 
 std::int32_t extractKeyByte(ColumnWalk& walk, const std::uint8_t* position, std::uint32_t column, std::uint8_t& byte) {
   for (;; ++walk.next) {
@@ -250,7 +250,7 @@ std::uint32_t copyKeyRanges(const KeyPlan& plan, const RecordComparison& compari
   for (std::uint32_t i = 0; i < plan.rangeCount; ++i) {
     copyRange(plan.ranges[i], record, key + plan.ranges[i].keyPosition);
   }
-  if (plan.upperCase) foldToUpper(key, plan.keyLength);
+  if (plan.upperCase) copyFolded(key, key, plan.keyLength);
   return plan.conditionCount;
 }
 

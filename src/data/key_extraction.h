@@ -78,6 +78,9 @@ inline constexpr std::size_t expandedSize = 65600;  // bytes for as many columns
 /// The record's first columns, as many as the plan needs, with TABs expanded into `expanded` (expandedSize bytes).
 [[nodiscard]] RecordBytes expandTabs(const KeyPlan& plan, const RecordBytes& record, std::uint8_t* expanded);
 
+/// Copies bytes of a key with a-z folded to A-Z; both places may be the same.
+void copyFolded(std::uint8_t* to, const std::uint8_t* from, std::size_t length);
+
 /// What walkColumns does, for a record without TABs to expand and a plan that does not need the walk. Where the plan
 /// has an expression, the record must lie in the input buffer and have all the columns that are needed.
 std::uint32_t copyKeyRanges(const KeyPlan& plan, const RecordComparison& comparison, const RecordBytes& record,

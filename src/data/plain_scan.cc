@@ -20,7 +20,7 @@ struct PlainScan {
 // The whole of the key, where it is one range and no record is left out: by far the most frequent plan. Else a range
 // that no record reaches.
 KeyPlan::Range onlyRangeOf(const KeyPlan& plan) {
-  const bool only = plan.rangeCount == 1 && plan.conditionCount == 0 && !plan.ranges[0].reversed && !plan.upperCase;
+  const bool only = plan.rangeCount == 1 && plan.conditionCount == 0 && !plan.ranges[0].reversed;
   return only ? plan.ranges[0] : KeyPlan::Range{maxRecordSize, 0, 1, false};
 }
 
@@ -76,6 +76,7 @@ std::uint8_t* scanWith(const PlainScan& scan, std::uint8_t* entry) {
   // Copies: what lies in memory would be read anew for every record, since an entry's bytes may be anything.
   const KeyPlan::Range onlyRange = onlyRangeOf(plan);
   const std::uint32_t conditions = scanner.settings->selection.optionCount;
+  const bool upperCase = plan.upperCase;
   const std::uint32_t entrySize = scan.area.entrySize;
   const std::uint8_t* const areaEnd = scan.areaEnd;
   std::uint64_t records = 0;
@@ -100,7 +101,12 @@ std::uint8_t* scanWith(const PlainScan& scan, std::uint8_t* entry) {
     setEntryHead(entry, lfaOf(cursor), static_cast<std::uint16_t>(length));
     std::uint8_t* const key = entry + sortEntryHeadSize;
     if (record.size() >= onlyRange.column + onlyRange.length) {
-      copyShort(key, record.begin + onlyRange.column, onlyRange.length);
+      const std::uint8_t* const range = record.begin + onlyRange.column;
+      if (upperCase) {
+        copyFolded(key, range, onlyRange.length);
+      } else {
+        copyShort(key, range, onlyRange.length);
+      }
       entry += entrySize;
     } else if (copyKeyRanges(plan, scan.comparison, record, key) == conditions) {
       entry += entrySize;
