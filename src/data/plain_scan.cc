@@ -17,12 +17,45 @@ struct PlainScan {
   RecordComparison comparison;
 };
 
-// The whole of the key, where it is one range and no record is left out: by far the most frequent plan. Else a range
-// that no record reaches.
-KeyPlan::Range onlyRangeOf(const KeyPlan& plan) {
-  const bool only = plan.rangeCount == 1 && plan.conditionCount == 0 && !plan.ranges[0].reversed;
-  return only ? plan.ranges[0] : KeyPlan::Range{maxRecordSize, 0, 1, false};
-}
+// What is done with the key of each record. A copy in the scan's loop: what lies in memory would be read anew for every
+// record, since an entry's bytes may be anything.
+class KeyCopy {
+ public:
+  explicit KeyCopy(const PlainScan& scan)
+      : plan_(scan.scanner.plan),
+        comparison_(scan.comparison),
+        onlyRange_(onlyRangeOf(plan_)),
+        upperCase_(plan_.upperCase),
+        conditions_(scan.comparison.selection.optionCount) {}
+
+  // True when the record is selected.
+  bool operator()(const RecordBytes& record, std::uint8_t* key) const {
+    if (record.size() < onlyRange_.column + onlyRange_.length) {
+      return copyKeyRanges(plan_, comparison_, record, key) == conditions_;
+    }
+    const std::uint8_t* const range = record.begin + onlyRange_.column;
+    if (upperCase_) {
+      copyFolded(key, range, onlyRange_.length);
+    } else {
+      copyShort(key, range, onlyRange_.length);
+    }
+    return true;
+  }
+
+ private:
+  // The whole of the key, where it is one range and no record is left out: by far the most frequent plan. Else a range
+  // that no record reaches.
+  static KeyPlan::Range onlyRangeOf(const KeyPlan& plan) {
+    const bool only = plan.rangeCount == 1 && plan.conditionCount == 0 && !plan.ranges[0].reversed;
+    return only ? plan.ranges[0] : KeyPlan::Range{maxRecordSize, 0, 1, false};
+  }
+
+  const KeyPlan& plan_;
+  const RecordComparison& comparison_;
+  KeyPlan::Range onlyRange_;
+  bool upperCase_;
+  std::uint32_t conditions_;
+};
 
 // For a block in which no TAB stands for blanks.
 struct NoTabs {
@@ -59,8 +92,15 @@ std::uint32_t expandRecord(const RecordBytes& record, Finder& tabs, const std::u
   }
 }
 
+// The scan goes on at the cursor.
+void goOnAt(Scanner& scanner, const std::uint8_t* cursor, std::uint64_t records) {
+  scanner.currentLfa += static_cast<std::uint64_t>(cursor - scanner.blocks.cursor);
+  scanner.blocks.cursor = cursor;
+  scanner.findings.recordCount += records;
+}
+
 template <typename Finder, typename TabFinder>
-std::uint8_t* scanWith(const PlainScan& scan, std::uint8_t* entry) {
+std::uint8_t* scanTextRecords(const PlainScan& scan, std::uint8_t* entry) {
   Scanner& scanner = scan.scanner;
   const KeyPlan& plan = scanner.plan;
   const EndOfRecordMark mark = scanner.mark;
@@ -73,10 +113,7 @@ std::uint8_t* scanWith(const PlainScan& scan, std::uint8_t* entry) {
   const auto lfaOf = [&](const std::uint8_t* place) {
     return bufferLfa + static_cast<std::uint64_t>(place - scanner.blocks.buffer);
   };
-  // Copies: what lies in memory would be read anew for every record, since an entry's bytes may be anything.
-  const KeyPlan::Range onlyRange = onlyRangeOf(plan);
-  const std::uint32_t conditions = scanner.settings->selection.optionCount;
-  const bool upperCase = plan.upperCase;
+  const KeyCopy copyKey(scan);
   const std::uint32_t entrySize = scan.area.entrySize;
   const std::uint8_t* const areaEnd = scan.areaEnd;
   std::uint64_t records = 0;
@@ -99,31 +136,55 @@ std::uint8_t* scanWith(const PlainScan& scan, std::uint8_t* entry) {
     }
     if (columns > mostColumns) break;
     setEntryHead(entry, lfaOf(cursor), static_cast<std::uint16_t>(length));
-    std::uint8_t* const key = entry + sortEntryHeadSize;
-    if (record.size() >= onlyRange.column + onlyRange.length) {
-      const std::uint8_t* const range = record.begin + onlyRange.column;
-      if (upperCase) {
-        copyFolded(key, range, onlyRange.length);
-      } else {
-        copyShort(key, range, onlyRange.length);
-      }
-      entry += entrySize;
-    } else if (copyKeyRanges(plan, scan.comparison, record, key) == conditions) {
-      entry += entrySize;
-    }
+    if (copyKey(record, entry + sortEntryHeadSize)) entry += entrySize;
     cursor = place + mark.length;
     ++records;
   }
-  scanner.currentLfa = lfaOf(cursor);
-  scanner.blocks.cursor = cursor;
-  scanner.findings.recordCount += records;
+  goOnAt(scanner, cursor, records);
+  return entry;
+}
+
+std::uint8_t* scanBinaryRecords(const PlainScan& scan, std::uint8_t* entry) {
+  Scanner& scanner = scan.scanner;
+  const std::uint32_t size = scanner.recordLimit;
+  const std::uint8_t* cursor = scanner.blocks.cursor;
+  const std::uint8_t* const end = scanner.blocks.blockEnd;
+  const bool withMark = scanner.settings->binaryWithEor;
+  const EndOfRecordMark mark = scanner.mark;
+  const KeyCopy copyKey(scan);
+  const std::uint32_t entrySize = scan.area.entrySize;
+  const std::uint8_t* const areaEnd = scan.areaEnd;
+  std::uint64_t lfa = scanner.currentLfa;
+  std::uint64_t records = 0;
+  while (entry != areaEnd && end - cursor > static_cast<std::ptrdiff_t>(size)) {
+    const RecordBytes record{cursor, cursor + size};
+    if (isAllNul(record) || (withMark && !endsWithMark(mark, record))) break;
+    setEntryHead(entry, lfa, static_cast<std::uint16_t>(size));
+    if (copyKey(record, entry + sortEntryHeadSize)) entry += entrySize;
+    cursor += size;
+    lfa += size;
+    ++records;
+  }
+  goOnAt(scanner, cursor, records);
   return entry;
 }
 
 }  // namespace
 
+bool isAllNul(const RecordBytes& record) {
+  return *record.begin == 0 && std::all_of(record.begin, record.end, [](std::uint8_t b) { return b == 0; });
+}
+
+bool endsWithMark(const EndOfRecordMark& mark, const RecordBytes& record) {
+  if (mark.length == 0) return true;  // f and g together, and a file without any mark
+  if (mark.length == 1) return record.end[-1] == mark.first;
+  return record.end[-2] == mark.first && record.end[-1] == mark.second;
+}
+
 bool mayScanPlainRecords(const Scanner& scanner) {
-  return !scanner.settings->binaryRecords && !scanner.plan.walkOnly && scanner.recordLimit != 0;
+  const KeyPlan& plan = scanner.plan;
+  if (plan.walkOnly || scanner.recordLimit == 0) return false;
+  return !scanner.settings->binaryRecords || !plan.hasExpression || scanner.recordLimit >= plan.columnsNeeded;
 }
 
 std::uint8_t* scanPlainRecords(Scanner& scanner, const EntryArea& area, std::uint8_t* entry,
@@ -131,12 +192,14 @@ std::uint8_t* scanPlainRecords(Scanner& scanner, const EntryArea& area, std::uin
   constexpr std::uint32_t longRecord = 400;  // bytes; from here on one search for each is faster
   const BlockReader& blocks = scanner.blocks;
   const PlainScan scan{scanner, area, areaEnd, {scanner.settings->selection, blocks.readAheadEnd, scanner.expandsTabs}};
+  if (blocks.binary) return scanBinaryRecords(scan, entry);
   const bool tabs = scanner.expandsTabs && findNextTab(scanner, blocks.cursor) < blocks.blockEnd;
   if (scanner.recordLimit < longRecord) {
-    return tabs ? scanWith<MarkFinder, MarkFinder>(scan, entry) : scanWith<MarkFinder, NoTabs>(scan, entry);
+    return tabs ? scanTextRecords<MarkFinder, MarkFinder>(scan, entry)
+                : scanTextRecords<MarkFinder, NoTabs>(scan, entry);
   }
-  return tabs ? scanWith<SearchingMarkFinder, SearchingMarkFinder>(scan, entry)
-              : scanWith<SearchingMarkFinder, NoTabs>(scan, entry);
+  return tabs ? scanTextRecords<SearchingMarkFinder, SearchingMarkFinder>(scan, entry)
+              : scanTextRecords<SearchingMarkFinder, NoTabs>(scan, entry);
 }
 
 }  // namespace tarnvale

@@ -1,7 +1,7 @@
-// The records that most files consist of: text in the middle of a block.
+// The records that most files consist of: whole ones in the middle of a block.
 //
 // They are taken straight from the block, many in one loop; whatever is not plain, as a record that the block does not
-// hold to its end, or one longer than it should be, is left to the general scan.
+// hold to its end, a deleted one, or one longer than it should be, is left to the general scan.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,12 @@
 #include "format/sort_entry.h"
 
 namespace tarnvale {
+
+/// True for a deleted record in a binary file.
+[[nodiscard]] bool isAllNul(const RecordBytes& record);
+
+/// True when a binary record ends as option g demands.
+[[nodiscard]] bool endsWithMark(const EndOfRecordMark& mark, const RecordBytes& record);
 
 /// True when the records of the scan may be plain.
 [[nodiscard]] bool mayScanPlainRecords(const Scanner& scanner);

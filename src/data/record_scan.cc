@@ -166,16 +166,6 @@ Step findTextRecord(const ScanContext& scan, FoundRecord& found) {
   return Step::goOn;
 }
 
-bool endsWithMark(const EndOfRecordMark& mark, const RecordBytes& record) {
-  if (mark.length == 0) return true;  // f and g together, and a file without any mark
-  if (mark.length == 1) return record.end[-1] == mark.first;
-  return record.end[-2] == mark.first && record.end[-1] == mark.second;
-}
-
-bool isAllNul(const RecordBytes& record) {
-  return *record.begin == 0 && std::all_of(record.begin, record.end, [](std::uint8_t b) { return b == 0; });
-}
-
 // Steps over the record and its mark; loads the next block when the one in memory is used up.
 Step stepOver(const ScanContext& scan, const FoundRecord& found) {
   BlockReader& blocks = scan.scanner.blocks;
