@@ -31,29 +31,25 @@ int compareWithRecord(const RecordComparison& comparison, const std::uint8_t* po
   return 0;
 }
 
+// For which orders each operator holds, by its number: 1 below, 2 equal, 4 above.
+constexpr std::array<std::uint8_t, 7> ordersOf = {0, 1, 4, 2, 5, 3, 6};
+
 bool operatorHolds(Operator comparison, int order) {
-  switch (comparison) {
-    case Operator::less:
-      return order < 0;
-    case Operator::greater:
-      return order > 0;
-    case Operator::equal:
-      return order == 0;
-    case Operator::notEqual:
-      return order != 0;
-    case Operator::lessOrEqual:
-      return order <= 0;
-    case Operator::greaterOrEqual:
-      return order >= 0;
-    case Operator::none:
-      break;
-  }
-  return false;
+  const unsigned bit = order < 0 ? 1 : order == 0 ? 2 : 4;
+  return (ordersOf[static_cast<std::size_t>(comparison)] & bit) != 0;
 }
 
 bool termHolds(const RecordComparison& comparison, const SelectionTerm& term, const std::uint8_t* position) {
   const int order = compareWithRecord(comparison, position, term.column, comparison.selection.textOf(term));
   return operatorHolds(term.comparison, order);
+}
+
+// termHolds where the data go on at `position`: the first byte decides most comparisons. A TAB and an LF are left to
+// the general one.
+bool termHoldsAt(const RecordComparison& comparison, const SelectionTerm& term, const std::uint8_t* position) {
+  const auto wanted = static_cast<std::uint8_t>(comparison.selection.text.c_str()[term.textStart]);
+  if (*position == wanted || *position <= '\n' || term.textLength == 0) return termHolds(comparison, term, position);
+  return operatorHolds(term.comparison, *position < wanted ? -1 : 1);
 }
 
 }  // namespace
@@ -81,14 +77,15 @@ bool evaluateExpression(const Selection& selection, TermResults& results) {
 }
 
 bool expressionHoldsFor(const RecordComparison& comparison, const std::uint8_t* record) {
+  const SelectionTerm* const end = comparison.selection.terms.data() + comparison.selection.termCount;
   bool groupHolds = false;
-  for (std::uint32_t i = 0; i < comparison.selection.termCount; ++i) {
-    const SelectionTerm& term = comparison.selection.terms[i];
-    if (term.kind != Kind::andTerm) {
+  for (const SelectionTerm* term = comparison.selection.terms.data(); term != end; ++term) {
+    if (term->kind != Kind::andTerm) {
       if (groupHolds) return true;
-      groupHolds = true;
+    } else if (!groupHolds) {
+      continue;
     }
-    groupHolds = groupHolds && termHolds(comparison, term, record + term.column);
+    groupHolds = termHoldsAt(comparison, *term, record + term->column);
   }
   return groupHolds;
 }
