@@ -24,7 +24,7 @@ MappedFile mapFile(const std::string& name) {
   struct stat about {};
   if (fd < 0 || ::fstat(fd, &about) != 0) fail("cannot open " + name);
   const auto size = static_cast<std::size_t>(about.st_size);
-  void* const data = size == 0 ? nullptr : ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+  void* const data = size == 0 ? nullptr : ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
   if (data == MAP_FAILED) fail("cannot map " + name);
   ::close(fd);
   return {static_cast<const std::uint8_t*>(data), size};

@@ -141,7 +141,9 @@ bool isSelected(const RecordFormat& format, Bytes record) {
 }
 
 void extractKey(const RecordFormat& format, Bytes record, std::uint8_t* key) {
-  const bool tabs = format.expandTabs && std::memchr(record.data(), '\t', record.size()) != nullptr;
+  const bool tabs =
+      format.expandTabs &&
+      std::memchr(record.data(), '\t', std::min<std::size_t>(record.size(), format.keyColumns)) != nullptr;
   const bool whole = !tabs && record.size() >= format.keyColumns;
   copyRanges(format, whole ? record.data() : keyColumns(format, record), key);
   if (!format.upperCase) return;

@@ -92,6 +92,10 @@ void walkNode(const std::uint8_t* index, std::size_t unit, std::uint64_t pointer
   if (node.right != 0) walkNode(index, unit, node.right, trains);
 }
 
+void waitForDisk(int fd) {
+  if (::fsync(fd) != 0) fail("cannot write to the disk");
+}
+
 void makeBackup(const std::string& name) {
   const int from = bench::openFile(name, 0);
   bench::Writer to{bench::openFile(name + ".bak", O_CREAT | O_TRUNC)};
@@ -101,6 +105,7 @@ void makeBackup(const std::string& name) {
     offset += size;
   }
   to.flush();
+  waitForDisk(to.fd);
 }
 
 template <std::size_t keyLength>
@@ -122,7 +127,9 @@ void run(const Job& job) {
   }
   mergeTrains(trains, job.areaSize, [&](const bench::Entry<keyLength>& entry) { tree.add(entry); });
   tree.finish();
-  if (inPlace) ::unlink((job.input + ".bak").c_str());
+  if (!inPlace) return;
+  waitForDisk(tree.out.fd);  // as tarnvale: the index or its backup survives a power failure
+  ::unlink((job.input + ".bak").c_str());
 }
 
 }  // namespace

@@ -33,10 +33,16 @@ struct Merge {
   int input;
   Record* area;  // in which each train of a group has a block
   std::size_t blockEntries;
-  std::size_t shared;  // key bytes that need no look
+  std::size_t shared;   // key bytes that need no look
+  unsigned sharedBits;  // of these in the number of a head
 
   Merge(Trains<keyLength>& trains, std::size_t blockSize)
-      : input(trains.out.fd), area(trains.area), blockEntries(blockSize), shared(trains.shared) {}
+      : input(trains.out.fd),
+        area(trains.area),
+        blockEntries(blockSize),
+        shared(trains.shared),
+        sharedBits(8 *
+                   static_cast<unsigned>(std::clamp<std::size_t>(shared + 8, keyLength, keyLength + 7) - keyLength)) {}
 
   template <typename Take>
   void run(const std::uint64_t* starts, std::size_t trains, Take take) {
@@ -98,7 +104,7 @@ struct Merge {
 
   Head headOf(std::size_t source, const Record* entry) const {
     const bool end = entry->lfa == ~std::uint64_t{0};
-    return ((end ? ~std::uint64_t{0} : keyNumber<std::uint64_t>(*entry, shared)) & ~sourceMask) | source;
+    return ((end ? ~std::uint64_t{0} : keyNumber<std::uint64_t>(*entry, shared) << sharedBits) & ~sourceMask) | source;
   }
   bool isEnd(Head head) const { return sources[head & sourceMask].next->lfa == ~std::uint64_t{0}; }
 
@@ -123,8 +129,12 @@ struct Merge {
 
   bool before(Head a, Head b) const {
     if (a == noHead || b == noHead) return a != noHead;
+    const Record& first = *sources[a & sourceMask].next;
+    const Record& second = *sources[b & sourceMask].next;
+    if (keyLength - shared < sizeof(Head))
+      return first.lfa < second.lfa;  // all key bytes are in the heads; an end is last
     if (isEnd(a) || isEnd(b)) return !isEnd(a);
-    return sortsBefore(*sources[a & sourceMask].next, *sources[b & sourceMask].next);
+    return sortsBefore(first, second);
   }
 
   // The number of leaves is a power of two, so that all ways up are equally long.

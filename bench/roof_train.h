@@ -107,11 +107,15 @@ struct Trains {
 
   // By the four bytes that follow the shared ones, from the lowest digit up; what is equal there, by comparing.
   void sort() {
-    std::size_t sharedHere = keyLength;
-    for (std::size_t i = 1; i < count; ++i) sharedHere = sharedLength(area[0].key, area[i].key, sharedHere);
-    if (count != 0 && !starts.empty())
-      sharedHere = std::min(sharedHere, sharedLength(area[0].key, last.key, keyLength));
-    shared = std::min(shared, sharedHere);
+    const std::size_t sharedHere = sharedByAll();
+    if (count != 0) {
+      const std::size_t sharedBefore = starts.empty() ? keyLength : sharedLength(area[0].key, last.key, keyLength);
+      shared = std::min({shared, sharedHere, sharedBefore});
+    }
+    if (isInOrder()) {
+      for (std::size_t i = 0; i < count; ++i) pairs[i].entry = static_cast<std::uint32_t>(i);
+      return;
+    }
     for (std::size_t i = 0; i < count; ++i)
       pairs[i] = {keyNumber<std::uint32_t>(area[i], sharedHere), static_cast<std::uint32_t>(i)};
     for (unsigned shift = 0; shift < 32; shift += digitBits) distribute(shift);
@@ -119,6 +123,26 @@ struct Trains {
       for (end = start + 1; end < count && pairs[end].number == pairs[start].number;) ++end;
       sortEqual(pairs + start, pairs + end);
     }
+  }
+
+  // Bytes at the start that all keys of the train share: eight at a time, until some differ.
+  std::size_t sharedByAll() const {
+    for (std::size_t offset = 0; offset < keyLength; offset += sizeof(std::uint64_t)) {
+      std::uint64_t differing = 0;
+      for (std::size_t i = 1; i < count; ++i)
+        differing |= keyNumber<std::uint64_t>(area[i], offset) ^ keyNumber<std::uint64_t>(area[0], offset);
+      if (differing != 0) {
+        return std::min(offset, keyLength - sizeof differing) +
+               static_cast<std::size_t>(std::countl_zero(differing)) / 8;
+      }
+    }
+    return keyLength;
+  }
+
+  bool isInOrder() const {
+    for (std::size_t i = 1; i < count; ++i)
+      if (!sortsBefore(area[i - 1], area[i])) return false;
+    return true;
   }
 
   static constexpr unsigned digitBits = 11;
