@@ -156,7 +156,7 @@ std::uint8_t* scanBinaryRecords(const PlainScan& scan, std::uint8_t* entry) {
   const std::uint8_t* const areaEnd = scan.areaEnd;
   std::uint64_t lfa = scanner.currentLfa;
   std::uint64_t records = 0;
-  while (entry != areaEnd && end - cursor > static_cast<std::ptrdiff_t>(size)) {
+  while (entry != areaEnd && end - cursor >= static_cast<std::ptrdiff_t>(size)) {
     const RecordBytes record{cursor, cursor + size};
     if (isAllNul(record) || (withMark && !endsWithMark(mark, record))) break;
     setEntryHead(entry, lfa, static_cast<std::uint16_t>(size));

@@ -91,6 +91,7 @@ TEST(RecordScan, KnowsTheRulesOfEachFormat) {
                {"aBz{\nxyz\n", "v,u,4-1", "", "0+5:{ZBA 5+4: ZYX "},
                {"ab\tc\n", "s,9,2-3", "", "0+5:cb  tabs "},
                {"ab\tc\n", "v,b,3-4", "", "0+5:\tc "},
+               {"abc\na\tb\nd\n", "1,9", "l9", "0+4:a  4+4:ab 8+2:d  tabs "},
                {"abcd\n" + std::string(12, '\0') + "ABCD\n", "1", "",
                 "0+5:a 17+5:A deleted 5 deleted 10 deleted 15 variable misplaced "},
                {"abc\n\0\0\0\0\0\0\0\0"s, "1", "", "0+4:a deleted 4 deleted 8 "},
@@ -99,6 +100,8 @@ TEST(RecordScan, KnowsTheRulesOfEachFormat) {
                {"a\x1A\nbc\x1A", "v,2", "", "0+3:\x1A 3+3:c "},
                {"\x1A"s + "a\0\0\0b"s, "f=2,2", "", "0+2:a 4+2:b deleted 2 "},
                {"ab\ncdxef\n", "g=2,1", "", "no mark at 3"},
+               {"abcdabcdabcd", "f=4,p=6<'c',1", "", ""},          // a column that no record reaches
+               {"ab\rc\n\rdd\r", "p=2<'\x05',1", "l2", "3+3:c "},  // an LF ends what is compared
                {"ab\r\ncd\n\r", "g=2,1", "", "no mark at 0"},
                {"abcde\nab\n", "s,1", "l4", "0+6:a 6+3:a "},
                {"abcdef\nab\n", "s,1", "l4", "0+7:a 7+3:a long "},
@@ -151,7 +154,7 @@ TEST(RecordScan, IndexesOnlyTheRecordsThatItsConditionsSelect) {
       {"p=2='A'|3='C',p2=A", "2"}};
   for (const auto& [options, expected] : cases) {
     TestScan scan;
-    ASSERT_EQ(scan.open(data, "s,"s + options + ",1"), status::success) << options;
+    ASSERT_EQ(scan.open(data, "s,"s + options + ",1", "l20"), status::success) << options;
     std::string selected;
     for (const DataRecord& record : scanAll(scan).records) selected += record.key;
     EXPECT_EQ(selected, expected) << options;

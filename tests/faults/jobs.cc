@@ -107,6 +107,7 @@ const std::vector<Job>& allJobs() {
       {"DuplicatesRefused", text, {}, "data.txt,idx.isi -n,1-4", Does::refuses},
       {"ListWithoutDuplicates", records(900, "", "\n"), {}, "data.txt,idx.isi -e,1-4"},
       {"MergePasses", wide, {}, little + "data.txt,idx.isi -1-100"},
+      {"LargeTrain", records(140000, "", "\n"), {}, "-m8388608 data.txt,idx.isi -1-4"},
       {"NewDataFile", "", {}, "data.txt,idx.isi,L20 -1-4"},
       {"Reindex", text, {build}, "idx.isi -r", Does::rebuilds, more},
       {"CompactInPlace", text, {loose}, "idx.isi -c", Does::compactsInPlace},
