@@ -70,10 +70,6 @@ void flushMessages(Messages& messages) {
   if (messages.stream != nullptr) writeCollected(messages);
 }
 
-void putProgress(Messages& messages, std::string_view text) {
-  if (messages.progressEnabled) putMessage(messages, text);
-}
-
 void closeLog(Messages& messages) {
   flushMessages(messages);
   if (messages.stream == nullptr) return;

@@ -35,9 +35,6 @@ void putCollectedLine(Messages& messages, LinePieces pieces);
 /// Writes the lines that are collected.
 void flushMessages(Messages& messages);
 
-/// As putMessage, on a terminal only.
-void putProgress(Messages& messages, std::string_view text);
-
 /// Flushes the message stream, closes it when it is a log file, and drops every later message.
 void closeLog(Messages& messages);
 
@@ -67,7 +64,7 @@ void putComposed(Messages& messages, std::initializer_list<MessagePiece> pieces)
 /// Formats numbers into the buffer as printf would, then putMessage.
 [[gnu::format(printf, 2, 3)]] void putFormatted(Messages& messages, const char* pattern, ...);
 
-/// As putFormatted, but putProgress.
+/// As putFormatted, on a terminal only.
 [[gnu::format(printf, 2, 3)]] void putProgressFormatted(Messages& messages, const char* pattern, ...);
 
 }  // namespace tarnvale
