@@ -148,8 +148,8 @@ int exitStatus(const Report& report) {
 }  // namespace
 
 int checkIndex(const CheckOptions& options, TrackedFiles& files) {
+  if (!options.quiet) files.messageFd = ::fileno(stderr);  // first: an interrupt has to be told from here on
   Check check(options, files);
-  if (!options.quiet) files.messageFd = ::fileno(stderr);
   TreeSize tree;
   if (openCheckedIndex(options.indexName, check.naming, files, check.messages, check.report) &&
       readIndex(check.index, files[FileRole::index], check.report)) {
