@@ -52,6 +52,12 @@ class DuplicateLine {
   std::size_t size_ = 0;
 };
 
+void reportIncomplete(DuplicateList& list, const TrackedFile& file, Messages& messages) {
+  if (list.incomplete) return;
+  list.incomplete = true;
+  putComposed(messages, {"Unable to write all duplicate keys to error file ", fileName(file.name), "\n"});
+}
+
 // Written and forgotten in one step: the interrupt handler writes what it finds collected.
 void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {
   bool written = false;
@@ -60,9 +66,7 @@ void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) 
     written = writeAll(file.fd, file.collected.bytes, file.collected.size);
     file.collected.size = 0;
   }
-  if (written || list.incomplete) return;
-  list.incomplete = true;
-  putComposed(messages, {"Unable to write all duplicate keys to error file ", fileName(file.name), "\n"});
+  if (!written) reportIncomplete(list, file, messages);
 }
 
 }  // namespace
@@ -84,8 +88,12 @@ void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages,
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {
   if (!file.isOpen()) return;
   flushErrorFile(list, file, messages);
-  const InterruptHold hold;
-  closeFile(file.fd);
+  bool closed = false;
+  {
+    const InterruptHold hold;
+    closed = closeFile(file.fd);
+  }
+  if (!closed && list.any()) reportIncomplete(list, file, messages);  // it may be a write that failed
 }
 
 }  // namespace tarnvale

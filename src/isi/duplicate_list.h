@@ -30,7 +30,7 @@ void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages,
 /// Adds a line to the error file, if it is open. The pieces end with CR LF.
 void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, LinePieces pieces);
 
-/// Writes the collected lines and closes the error file. A failed write is reported once.
+/// Writes the collected lines and closes the error file. What fails is reported once.
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages);
 
 }  // namespace tarnvale
