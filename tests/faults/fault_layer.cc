@@ -1,5 +1,5 @@
-// A library to be preloaded: it stands between a program and its system calls on files, counts and logs them, and lets
-// some of them fail as the environment says. Writes to the standard streams pass uncounted.
+// A library to be preloaded: it stands between a program and its calls for files and memory, counts and logs them, and
+// lets some of them fail as the environment says. Writes to the standard streams pass uncounted.
 #include "faults/fault_layer.h"
 
 #include <dlfcn.h>
@@ -20,6 +20,8 @@
 namespace {
 
 using tarnvale::CallRecord;
+
+bool awake = false;  // not before the program, nor behind it: calls pass uncounted there
 
 struct Fault {
   char kind[16] = {};
@@ -56,7 +58,11 @@ Layer& layer() {
   static Layer instance;
   return instance;
 }
-[[gnu::constructor]] void start() { layer(); }
+void fallAsleep() { awake = false; }
+[[gnu::constructor]] void start() {
+  layer();
+  awake = true;
+}
 
 // What a call does, whether it is given a name, a descriptor or an offset: pread reads, ftruncate truncates.
 std::string_view groupOf(std::string_view name) { return name.substr(name[0] == 'p' || name[0] == 'f' ? 1 : 0); }
@@ -94,8 +100,11 @@ void finishRecord(CallRecord& record, std::int64_t result, const char* file) {
 // Makes the call by `real`, with a size where it is a transfer. An open gives the name of its file.
 template <typename Real>
 auto pass(CallRecord record, const void* bytes, const char* opened, Real real) {
+  if (!awake) return real(static_cast<std::size_t>(record.size));
   Layer& state = layer();
   const int number = ++state.calls;
+  // Not earlier: a program that counts its branches would write them before this.
+  if (number == 1) std::atexit(fallAsleep);
   const std::string_view group = groupOf(record.name);
   const bool transfer = group == "read" || group == "write";
   auto size = static_cast<std::size_t>(record.size);
@@ -134,6 +143,15 @@ auto pass(const CallRecord& record, Real real) {
   return pass(record, nullptr, nullptr, real);
 }
 
+// The call gives memory, or null.
+template <typename Real>
+void* passMemory(const char* name, std::size_t size, Real real) {
+  if (!awake) return real();
+  const auto address = [&](auto) { return reinterpret_cast<std::intptr_t>(real()); };
+  const std::intptr_t result = pass(about(name, nullptr, -1, size), address);
+  return result == -1 ? nullptr : reinterpret_cast<void*>(result);
+}
+
 long positionOf(int fd) { return ::syscall(SYS_lseek, fd, 0, SEEK_CUR); }
 
 template <typename Function>
@@ -144,6 +162,27 @@ Function* next(const char* name) {
 }  // namespace
 
 extern "C" {
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the names that the C library gives them
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
+
+// The counters of a program that is built to count its branches are else lost here.
+void _exit(int status) {
+  fallAsleep();
+  const auto writeCounters = reinterpret_cast<void (*)()>(::dlsym(RTLD_DEFAULT, "__gcov_dump"));
+  if (writeCounters != nullptr) writeCounters();
+  for (;;) ::syscall(SYS_exit_group, status);
+}
+
+void* calloc(std::size_t count, std::size_t size) noexcept {
+  return passMemory("calloc", count * size, [&] { return __libc_calloc(count, size); });
+}
+
+void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
+  return passMemory("aligned_alloc", size, [&] { return __libc_memalign(alignment, size); });
+}
 
 int open(const char* file, int flags, ...) {
   std::va_list rest;

@@ -28,18 +28,6 @@ std::vector<LoggedCall> readLog(const std::string& log) {
   return calls;
 }
 
-// In the new process.
-void becomeCheck(const std::string& arguments) {
-  std::istringstream rest(arguments);
-  std::vector<std::string> words;
-  for (std::string word; rest >> word;) words.push_back(word);
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  ::execv(TARNVALE_CHECK_PROGRAM, argv.data());
-  ::_exit(127);
-}
-
 }  // namespace
 
 bool Outcome::failed(const std::string& call, const std::string& file) const {
@@ -67,10 +55,17 @@ Outcome Workshop::run(const Files& before, const std::string& arguments, const s
     ::setenv("TARNVALE_FAULTS", faults.c_str(), 1);
     ::setenv("TARNVALE_FAULT_LOG", notes_.path("log").c_str(), 1);
     ::alarm(patienceSeconds);
-    if (arguments.starts_with("check ")) becomeCheck(arguments);
   };
+  const char* program = TARNVALE_PROGRAM;
+  std::string rest = arguments;
+  constexpr const char* readers[][2] = {{"check ", TARNVALE_CHECK_PROGRAM}, {"read ", TARNVALE_READ_PROGRAM}};
+  for (const auto& [word, reader] : readers) {
+    if (!arguments.starts_with(word)) continue;
+    program = reader;
+    rest = arguments.substr(arguments.find(' ') + 1);
+  }
   Outcome outcome;
-  outcome.exitStatus = runProgram(folder_, arguments, prepare).exitStatus;
+  outcome.exitStatus = runProgram(folder_, rest, prepare, program).exitStatus;
   outcome.files = files();
   outcome.calls = readLog(notes_.read("log"));
   std::istringstream lines(notes_.read("output"));

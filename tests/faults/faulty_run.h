@@ -36,7 +36,8 @@ struct Outcome {
 /// A folder in which runs begin with the same files.
 class Workshop {
  public:
-  /// Runs the program on `arguments`, or tarnvale-check where they begin with "check ". A run that hangs is ended.
+  /// Runs the program on `arguments`, or another one where they begin with "check " or "read ". A run that hangs is
+  /// ended.
   Outcome run(const Files& before, const std::string& arguments, const std::string& faults = "") const;
 
  private:
