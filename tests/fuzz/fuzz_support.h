@@ -14,7 +14,7 @@ namespace tarnvale {
 /// Ends the process, which the fuzzer takes for a finding, unless the rule holds.
 inline void demand(bool holds, const char* rule) {
   if (holds) return;
-  std::fprintf(stderr, "Does not hold: %s\n", rule);
+  ::dprintf(STDERR_FILENO, "Does not hold: %s\n", rule);
   std::abort();
 }
 
