@@ -1,9 +1,9 @@
 // What the program says, its exit statuses, and how it gets on with others.
-#include <fcntl.h>
-#include <pty.h>
-#include <unistd.h>
+#include <optional>
 
 #include "check/check_run.h"
+#include "support/held_lock.h"
+#include "support/program_run.h"
 
 namespace tarnvale {
 namespace {
@@ -55,6 +55,7 @@ TEST(Check, FindsADataFileThatNoBuildWouldTake) {
       {"$T data,idx -g=2,1", "ab\ncd\n", "ab\ncde", "index declares: LFA 3: the record does not end with the mark\n"},
       {"$T data,idx,L9 -v,1", "a\nb\n", "a\n0123456789\n",
        "the data file is not in the format that its index declares\n"},
+      {"$T data,idx -v,1", "a\n", "", "the data file is empty: no record length is known\n"},
   };
   for (const auto& c : cases) {
     const TestFolder folder;
@@ -68,87 +69,52 @@ TEST(Check, FindsADataFileThatNoBuildWouldTake) {
   }
 }
 
-// The output of a command whose standard streams are a terminal.
-std::string atTerminal(const TestFolder& folder, const char* command) {
-  int terminal = -1;
-  const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-  if (child == 0) {
-    if (::chdir(folder.path().c_str()) == 0) ::execl(TARNVALE_CHECK_PROGRAM, "tarnvale-check", command, nullptr);
-    ::_exit(127);
-  }
-  std::string output;
-  char piece[256];
-  for (ssize_t count = 0; (count = ::read(terminal, piece, sizeof piece)) > 0;) {
-    output.append(piece, static_cast<std::size_t>(count));
-  }
-  ::close(terminal);
-  ::waitpid(child, nullptr, 0);
-  return output;
-}
-
-TEST(Check, ShowsItsProgressAtATerminalAndWipesItOut) {
+TEST(Progress, IsShownAtATerminalAndWipedOut) {
   const TestFolder folder;
   std::string data;
-  for (int i = 0; i < 10000; ++i) data += std::to_string(10000 + i) + "\n";
+  for (int i = 0; i < 10000; ++i) data += std::to_string(10000 + i * 7919 % 10000) + "\n";
   folder.write("data.TXT", data);
-  EXPECT_EQ(run(folder, "$T data,idx -1-5").exitStatus, 0);
-  const std::string output = atTerminal(folder, "idx");
-  EXPECT_NE(output.find("scan: "), std::string::npos) << output;
-  EXPECT_NE(output.find("compare: 40%\r"), std::string::npos) << output;
-  EXPECT_NE(output.find("  \rindex is complete: 10000 entries, 0 deleted records, "), std::string::npos) << output;
+  const std::string little = "-m524288 -m262144 -m131072 -m65536 -m32768 -m16384 -m8192 -m4096 ";
+  const ProgramResult built = runAtTerminal(folder, little + "data,idx -1-5");
+  for (const char* const text : {"Sort train 1 (", "Merge pass 1 ("}) {
+    EXPECT_TRUE(built.says(text)) << text << "\n" << built.output;
+  }
+  const ProgramResult checked = runAtTerminal(folder, "idx", TARNVALE_CHECK_PROGRAM);
+  EXPECT_TRUE(checked.says("scan: ") && checked.says("compare: 40%\r")) << checked.output;
+  EXPECT_TRUE(checked.says("  \rindex is complete: 10000 entries, 0 deleted records, ")) << checked.output;
+  const ProgramResult compacted = runAtTerminal(folder, "idx -c");
+  EXPECT_TRUE(compacted.says("10000 records, 0 deleted entries")) << compacted.output;
 }
 
-// A lock of this process on the data file, as long as it lives.
-class Lock {
- public:
-  Lock(const std::string& path, short type, off_t offset, off_t length) : fd_(::open(path.c_str(), O_RDWR)) {
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_start = offset;
-    lock.l_len = length;
-    EXPECT_EQ(::fcntl(fd_, F_SETLK, &lock), 0);
-  }
-  ~Lock() { ::close(fd_); }
-  Lock(const Lock&) = delete;
-  Lock& operator=(const Lock&) = delete;
-
- private:
-  int fd_;
-};
-
-class SharedData : public testing::Test {
- protected:
-  SharedData() : data_(folder_.write("data.TXT", "b\na\n")) { EXPECT_EQ(run(folder_, "$T data,idx -1").exitStatus, 0); }
-
-  static constexpr off_t accessByte = 0x7FFFFFFFFFFFFFFF;
-  static constexpr off_t updateBytes = 0x7FFFFFFFFFFFFFFD;
-  TestFolder folder_;
-  std::string data_;
-};
-
-TEST_F(SharedData, WithApplicationsAlone) {
+TEST(Check, SharesTheDataFileWithApplicationsAlone) {
+  const TestFolder folder;
+  const std::string data = folder.write("data.TXT", "b\na\n");
+  EXPECT_EQ(run(folder, "$T data,idx -1").exitStatus, 0);
   {
-    const Lock application(data_, F_RDLCK, accessByte, 1);
-    EXPECT_EQ(run(folder_, "$C idx").exitStatus, 0);
+    const HeldLock application(data, readAccess);
+    EXPECT_EQ(run(folder, "$C idx").exitStatus, 0);
   }
-  const Lock compaction(data_, F_WRLCK, accessByte, 1);
+  const HeldLock compaction(data, writeAccess);
   for (const char* const command : {"$C idx", "$C -s idx"}) {
-    const CheckOutcome outcome = run(folder_, command);
+    const CheckOutcome outcome = run(folder, command);
     EXPECT_EQ(outcome.exitStatus, 2);
     EXPECT_EQ(outcome.output, "The data file is in exclusive use: data.TXT\n");
   }
 }
 
-TEST_F(SharedData, AndNoWorkFilesLeftBehindWhenInterrupted) {
-  const Lock changing(data_, F_WRLCK, updateBytes, 2);  // the check waits for its end
-  const std::string filesThere = "while [ $(ls tmp | wc -l) -lt 2 ]; do sleep 0.01; done; ";
-  for (const char* const signal : {"INT", "TERM", "HUP"}) {
-    const CheckOutcome outcome = run(folder_, "$C idx & " + filesThere + "kill -" + signal + " $!; wait $!");
-    EXPECT_EQ(outcome.exitStatus, 2) << "an interrupted check says nothing of the index";
-    EXPECT_EQ(outcome.output, "Processing aborted via user interrupt.\n");
-    EXPECT_EQ(folder_.names(), "data.TXT idx.ISI");
-    EXPECT_EQ(run(folder_, "ls tmp").output, "");
+TEST(Check, NoticesABuildThatCameBetween) {
+  const TestFolder folder;
+  const std::string data = folder.write("data.TXT", "b\na\n");
+  EXPECT_EQ(run(folder, "$T data,idx -1; cp idx.ISI first; $T data,idx -d,1; cp idx.ISI second").exitStatus, 0);
+  std::optional<ProgramRun> check;
+  {
+    const HeldLock changing(data, writeUpdate);
+    check.emplace(
+        folder, "idx", [] { ::dup2(STDOUT_FILENO, STDERR_FILENO); }, TARNVALE_CHECK_PROGRAM);
+    while (folder.names().find("tmp/") == std::string::npos) ::usleep(1000);  // then it knows the command
+    folder.write("idx.ISI", folder.read("first"));
   }
+  EXPECT_EQ(check->finish().output, "The index was built again meanwhile.\n");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "common/progress.h"
 #include "support/test_parts.h"
 
 namespace tarnvale {
@@ -29,6 +30,15 @@ TEST(Messages, ThatAreTooLongLoseTheMiddleOfTheirFileNames) {
   composeMessage(messages, {"Indexing ", fileName("a.txt"), " into ", fileName(name), "\n"});
   EXPECT_EQ(messages.buffer.view(),
             "Indexing a.txt into /start" + std::string(131, 'x') + "..." + std::string(131, 'x') + "end.txt\n");
+}
+
+TEST(Progress, GuessesTheTimeLeftOnceItHasRunForSomeSeconds) {
+  Progress progress;
+  EXPECT_EQ(progress.note(1, 0).view(), "");
+  EXPECT_EQ(progress.note(5, 4).view(), " (100 %)                  ");
+  progress.start -= 1000000;  // so long that a second more or less does not show
+  EXPECT_EQ(progress.note(0, 10).view(), " (0 %)                    ");
+  EXPECT_EQ(progress.note(10000, 10001).view(), " (99 %, 100 s left)       ");
 }
 
 }  // namespace

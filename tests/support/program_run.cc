@@ -1,5 +1,6 @@
 #include "support/program_run.h"
 
+#include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,15 +11,44 @@
 
 namespace tarnvale {
 
-ProgramRun::ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare,
-                       const char* program) {
+namespace {
+
+// In a new process.
+[[noreturn]] void become(const char* program, const TestFolder& folder, const std::string& arguments,
+                         const std::function<void()>& prepare) {
   std::vector<std::string> words = {program};
   std::istringstream rest(arguments);
   for (std::string word; std::getline(rest, word, ' ');) words.push_back(word);
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
+  ::setenv("TMPDIR", folder.path("tmp").c_str(), 1);
+  if (::chdir(folder.path().c_str()) != 0) ::_exit(126);
+  if (prepare) prepare();
+  ::execv(program, argv.data());
+  ::_exit(127);
+}
 
+std::string readToEnd(int fd) {
+  std::string bytes;
+  char piece[4096];
+  for (ssize_t count = 0; (count = ::read(fd, piece, sizeof piece)) > 0;) {
+    bytes.append(piece, static_cast<std::size_t>(count));
+  }
+  ::close(fd);
+  return bytes;
+}
+
+int waitForEnd(pid_t process) {
+  int state = 0;
+  ::waitpid(process, &state, 0);
+  return WIFEXITED(state) ? WEXITSTATUS(state) : -1;
+}
+
+}  // namespace
+
+ProgramRun::ProgramRun(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare,
+                       const char* program) {
   int pipe[2] = {-1, -1};
   if (::pipe(pipe) != 0) std::abort();
   pid_ = ::fork();
@@ -26,11 +56,7 @@ ProgramRun::ProgramRun(const TestFolder& folder, const std::string& arguments, c
     ::dup2(pipe[1], STDOUT_FILENO);
     ::close(pipe[0]);
     ::close(pipe[1]);
-    ::setenv("TMPDIR", folder.path("tmp").c_str(), 1);
-    if (::chdir(folder.path().c_str()) != 0) ::_exit(126);
-    if (prepare) prepare();
-    ::execv(program, argv.data());
-    ::_exit(127);
+    become(program, folder, arguments, prepare);
   }
   ::close(pipe[1]);
   output_ = pipe[0];
@@ -44,20 +70,24 @@ void ProgramRun::interrupt() const { ::kill(pid_, SIGINT); }
 
 ProgramResult ProgramRun::finish() {
   ProgramResult result;
-  char piece[4096];
-  for (ssize_t count = 0; (count = ::read(output_, piece, sizeof piece)) > 0;) {
-    result.output.append(piece, static_cast<std::size_t>(count));
-  }
-  ::close(output_);
-  int state = 0;
-  ::waitpid(pid_, &state, 0);
-  result.exitStatus = WIFEXITED(state) ? WEXITSTATUS(state) : -1;
+  result.output = readToEnd(output_);
+  result.exitStatus = waitForEnd(pid_);
   return result;
 }
 
 ProgramResult runProgram(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare,
                          const char* program) {
   return ProgramRun(folder, arguments, prepare, program).finish();
+}
+
+ProgramResult runAtTerminal(const TestFolder& folder, const std::string& arguments, const char* program) {
+  int terminal = -1;
+  const pid_t process = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (process == 0) become(program, folder, arguments, {});
+  ProgramResult result;
+  result.output = readToEnd(terminal);
+  result.exitStatus = waitForEnd(process);
+  return result;
 }
 
 }  // namespace tarnvale

@@ -36,4 +36,8 @@ class ProgramRun {
 ProgramResult runProgram(const TestFolder& folder, const std::string& arguments,
                          const std::function<void()>& prepare = {}, const char* program = TARNVALE_PROGRAM);
 
+/// Runs a program whose standard streams are a terminal, which turns each "\n" into "\r\n".
+ProgramResult runAtTerminal(const TestFolder& folder, const std::string& arguments,
+                            const char* program = TARNVALE_PROGRAM);
+
 }  // namespace tarnvale
