@@ -1,15 +1,60 @@
 // The real tarnvale-read, on sound indexes and on damaged ones.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <optional>
 #include <random>
 #include <tuple>
 
-#include "read/read_support.h"
 #include "support/data_sample.h"
+#include "support/held_lock.h"
+#include "support/index_file.h"
+#include "support/program_run.h"
 
 namespace tarnvale {
 namespace {
+
+using Entries = std::vector<IndexEntry>;
+
+// Output and messages of the program come together.
+ProgramResult readWith(const TestFolder& folder, const std::string& arguments) {
+  const auto joinMessages = [] { ::dup2(STDOUT_FILENO, STDERR_FILENO); };
+  return runProgram(folder, arguments, joinMessages, TARNVALE_READ_PROGRAM);
+}
+
+// A key as the program writes it; as an argument its blanks are written as numbers too.
+std::string escaped(const std::string& key, bool asArgument = false) {
+  std::string text;
+  char number[5];
+  for (const char c : key) {
+    const bool printable = c > ' ' ? c <= '~' : c == ' ' && !asArgument;
+    std::snprintf(number, sizeof number, "\\x%02X", static_cast<unsigned char>(c));
+    text += c == '\\' ? "\\\\" : printable ? std::string(1, c) : number;
+  }
+  return text;
+}
+
+std::uint64_t lfaOf(const IndexEntry& entry, bool recordNumbers) {
+  return recordNumbers ? std::uint64_t{entry.position} * entry.recordLength : entry.position;
+}
+
+std::string asLines(const Entries& entries, bool recordNumbers) {
+  std::string lines;
+  for (const IndexEntry& entry : entries) {
+    lines += std::to_string(entry.position) + "\t" + std::to_string(lfaOf(entry, recordNumbers)) + "\t" +
+             std::to_string(entry.recordLength) + "\t" + std::to_string(entry.duplicateNumber) + "\t" +
+             escaped(entry.key) + "\n";
+  }
+  return lines;
+}
+
+// Those from the first key that begins with `from` or comes later to the last one that begins with `to`.
+Entries inRange(Entries entries, const std::string& from, const std::string& to) {
+  std::erase_if(entries, [&](const IndexEntry& entry) {
+    return entry.key.compare(0, from.size(), from) < 0 || entry.key.compare(0, to.size(), to) > 0;
+  });
+  return entries;
+}
 
 Entries backwards(Entries entries) {
   std::ranges::reverse(entries);
@@ -134,6 +179,21 @@ TEST(Read, TakesArgumentsAsDocumented) {
   }
 }
 
+TEST(Read, SaysThatItsOutputCannotBeWritten) {
+  const TownFolder folder;
+  const auto fullDisk = [] {
+    ::dup2(STDOUT_FILENO, STDERR_FILENO);
+    ::dup2(::open("/dev/full", O_WRONLY), STDOUT_FILENO);
+  };
+  const std::pair<const char*, const char*> cases[] = {
+      {"towns.isi", "Can't write the output: No space left on device\n"}, {"--help", ""}};
+  for (const auto& [arguments, output] : cases) {
+    const ProgramResult result = runProgram(folder, arguments, fullDisk, TARNVALE_READ_PROGRAM);
+    EXPECT_EQ(result.exitStatus, 2) << arguments;
+    EXPECT_EQ(result.output, output) << arguments;
+  }
+}
+
 TEST(Read, NeedsTheDataFileForRecordsOnlyAndSaysWhenItIsAnotherOne) {
   const TownFolder folder;
   folder.write("tmp/towns.isi", folder.read("towns.isi"));
@@ -147,36 +207,21 @@ TEST(Read, NeedsTheDataFileForRecordsOnlyAndSaysWhenItIsAnotherOne) {
   EXPECT_EQ(other.output, "The data file does not have the records of its index: towns.txt\n");
 }
 
-// Holds a lock of applications or compactions on a file, until it is gone.
-struct HeldLock {
-  HeldLock(const std::string& name, short type, off_t start, off_t length) : fd(::open(name.c_str(), O_RDWR)) {
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_start = start;
-    lock.l_len = length;
-    EXPECT_EQ(::fcntl(fd, F_SETLK, &lock), 0);
-  }
-  ~HeldLock() { ::close(fd); }
-  int fd;
-};
-
 TEST(Read, WaitsForACompactionInPlaceAndReadsWhatItHasWritten) {
   const TownFolder folder;
   const std::string before = folder.read("towns.isi");
   runProgram(folder, "towns.txt,one.isi,L6 -v,1-1");
   std::string compacted = folder.read("one.isi");
   compacted[32] = 1;
-  ProgramResult result;
+  std::optional<ProgramRun> run;
   {
-    const HeldLock update(folder.path("towns.txt"), F_WRLCK, 0x7FFFFFFFFFFFFFFD, 2);
-    ProgramRun run(folder, "towns.isi", {}, TARNVALE_READ_PROGRAM);
+    const HeldLock update(folder.path("towns.txt"), writeUpdate);
+    run.emplace(folder, "towns.isi", std::function<void()>(), TARNVALE_READ_PROGRAM);
     ::usleep(100000);
     folder.write("towns.isi", compacted);
-    ::close(update.fd);
-    result = run.finish();
   }
-  EXPECT_EQ(result.output, asLines(readIndex(compacted).entries, false));
-  const HeldLock access(folder.path("towns.txt"), F_WRLCK, 0x7FFFFFFFFFFFFFFF, 1);
+  EXPECT_EQ(run->finish().output, asLines(readIndex(compacted).entries, false));
+  const HeldLock access(folder.path("towns.txt"), writeAccess);
   EXPECT_EQ(readWith(folder, "towns.isi").output, "The data file is in exclusive use: towns.txt\n");
 }
 
