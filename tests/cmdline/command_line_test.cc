@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "cmdline/file_fields.h"
-#include "cmdline/key_specification.h"
 #include "cmdline/option_section.h"
 #include "support/test_parts.h"
 
@@ -102,32 +101,6 @@ TEST(OptionSection, StopsAtTheFirstItemThatIsWrong) {
   for (const auto& [section, status] : cases) {
     Settings settings;
     EXPECT_EQ(parseOptionSection(settings, section), status) << section;
-  }
-}
-
-TEST(KeySpecifications, BecomeColumnsInTheOrderGiven) {
-  const std::pair<const char*, const char*> cases[] = {
-      // section; columns in key order, counted from 1, and the stored starts and lengths
-      {"-1-3,7,6-5", "1 2 3 7 6 5 0+3 6+1 5+0 "}, {"-30-27", "30 29 28 27 29+65534 "}, {"-5-0", "5 4+1 "},
-      {"-65534,1", "65534 1 65533+1 0+1 "},       {"-p3=x,4-2", "4 3 2 3+65535 "},
-  };
-  for (const auto& [section, expected] : cases) {
-    Settings settings;
-    EXPECT_EQ(parseOptionSection(settings, section), status::success);
-    KeyColumns& keys = settings.keys;
-    closeColumnTable(keys);
-    std::vector<int> columns(keys.keyLength);
-    for (std::uint32_t i = 0; i < keys.entryCount; ++i) {
-      columns.at(keys.table[i].keyPosition) = keys.table[i].column + 1;
-      EXPECT_TRUE(i == 0 || keys.table[i - 1].column < keys.table[i].column);
-    }
-    EXPECT_EQ(keys.table[keys.entryCount].keyPosition, ColumnEntry::endOfTable);
-    std::string text;
-    for (const int column : columns) text += std::to_string(column) + " ";
-    for (std::uint32_t i = 0; i < keys.specCount; ++i) {
-      text += std::to_string(keys.specs[i].start) + "+" + std::to_string(keys.specs[i].length) + " ";
-    }
-    EXPECT_EQ(text, expected);
   }
 }
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "driver/failure_messages.h"
 #include "driver/leading_options.h"
 #include "driver/run_clock.h"
 #include "support/test_parts.h"
@@ -43,29 +42,6 @@ TEST(LeadingOptions, AreTakenUpToTheFirstArgumentWithoutHyphen) {
                            static_cast<int>(options.sort.method), messages.debugMode ? 1 : 0,
                            options.iniFileName.c_str(), rest.size());
     EXPECT_EQ(messages.buffer.view(), c.settings) << c.arguments[0];
-  }
-}
-
-TEST(FailureMessages, SayWhatFailedInItsPhase) {
-  const struct {
-    void (*put)(const Failure&, const TrackedFiles&, Messages&);
-    Failure failure;
-    const char* text;
-  } cases[] = {{putBuildFailure,
-                {-5, FileRole::input, 5000000000},
-                "WARNING!  INDEX failed reading input file in.\n"
-                "Invalid EOR found for record starting at byte offset: 5000000000.\n"},
-               {putBuildFailure, {-158, FileRole::workFile2}, "WARNING!  INDEX failed writing to file work2.\n"},
-               {putBuildFailure, {-9}, ""},
-               {putCompactFailure, {-162}, "Invalid ISI version to compact file named:  in.\n"},
-               {putCompactFailure, {-156, FileRole::workFile2}, "WARNING!  INDEX failed writing to file work2.\n"}};
-  for (const auto& c : cases) {
-    TestMessages messages;
-    TrackedFiles files;
-    files[FileRole::input].name.assignCut("in");
-    files[FileRole::workFile2].name.assignCut("work2");
-    c.put(c.failure, files, messages);
-    EXPECT_EQ(messages.text(), c.text) << c.failure.code;
   }
 }
 
