@@ -82,6 +82,7 @@ TEST_F(FileNames, AreReadAsTheEnvironmentAndTheDefinitionFileTell) {
                {"VELDA_TERM=term", "!?\3db\0xxisx\0\0"s, "!.db.isx 0 "},
                {"QLX_TERM=term", "!?\3dbs\0\0isx"s, "..TXT.ISI 0 "},
                {"QLX_TERM=term", "!?\5data\0inde\0"s, "..TXT.ISI 0 "},
+               {"QLX_TERM=" + std::string(600, 't'), "!?\4data\0inde\0"s, "..TXT.ISI 0 "},
                {"QLX_TERM=other", "!?\4data\0inde\0"s, "..TXT.ISI 0 "},
                {"QLX_FNC=MIXED\nVELDA_FNC=lower", "", "..TXT.ISI 0 "},
                {"VELDA_FNC=lower\nVELDA_DBPATH=a:b", "", "..TXT.ISI 1 a:b"}};

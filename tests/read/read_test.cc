@@ -201,10 +201,15 @@ TEST(Read, NeedsTheDataFileForRecordsOnlyAndSaysWhenItIsAnotherOne) {
   EXPECT_EQ(readWith(folder, "-n 1 towns.isi").exitStatus, 0);
   EXPECT_EQ(readWith(folder, "-r -n 1 towns.isi").output, "Can't open source file towns.txt\n");
   EXPECT_EQ(readWith(folder, "-r -n 1 tmp/towns.isi").output, "Oslo\n") << "found beside the index";
+  std::string withoutLength = folder.read("towns.isi");
+  setNumberAt(withoutLength, 1024 + 10, 2, 0);
+  folder.write("none.isi", withoutLength);
   folder.write("towns.txt", "Porto\nOslo   \nRiga\n");
-  const ProgramResult other = readWith(folder, "-r towns.isi");
-  EXPECT_EQ(other.exitStatus, 2);
-  EXPECT_EQ(other.output, "The data file does not have the records of its index: towns.txt\n");
+  for (const char* const arguments : {"-r towns.isi", "-r none.isi"}) {
+    const ProgramResult other = readWith(folder, arguments);
+    EXPECT_EQ(other.exitStatus, 2);
+    EXPECT_EQ(other.output, "The data file does not have the records of its index: towns.txt\n");
+  }
 }
 
 TEST(Read, WaitsForACompactionInPlaceAndReadsWhatItHasWritten) {
