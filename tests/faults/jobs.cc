@@ -134,7 +134,7 @@ const std::vector<Job>& allJobs() {
       {"Check", text, {build}, "check idx.isi", Does::shows},
       {"CheckOfStructure", text, {build}, "check -s idx.isi", Does::shows},
       {"ReadEntries", text, {build}, "read idx.isi", Does::shows},
-      {"ReadRecordsBackwards", text, {build}, "read -b -r idx.isi", Does::shows},
+      {"ReadRecordsBackwards", text, {build}, "read -b -r -n 9 idx.isi", Does::shows},
       {"CheckOfAnOldIndex", text, {build}, "check idx.isi", Does::refuses, more},
   };
   return jobs;
