@@ -106,7 +106,7 @@ TEST(RecordScan, KnowsTheRulesOfEachFormat) {
                {"abcdef\nab\n", "s,1", "l4", "0+7:a 7+3:a long "},
                {std::string(65533, 'x') + "\n", "v,1", "l9", "0+65534:x "},
                {std::string(65534, 'x') + "\n", "v,1", "l9", "too long at 0"},
-               {std::string(70000, 'x') + "\n", "s,1", "l9", "too long at 0"},
+               {std::string(300000, 'x') + "\n", "s,1", "l9", "too long at 0"},
                {"a\r\n" + std::string(65531, 'x') + "\r\n", "v,1", "l9", "0+3:a 3+65533:x "},
                {"a\r\n" + std::string(65532, 'x') + "\r\n", "v,1", "l9", "too long at 3"},
                {"a" + std::string(65000, 'x') + "z\n", "v,65002,1", "l9", "0+65003:za "},

@@ -123,7 +123,7 @@ TEST(Program, TellsInDebugModeWhatItDoesAndKeepsItsWorkFiles) {
       {"a\tb\nab\n", "data.txt,out.isi,l4 -s,1",
        "\nCreateSubList(1):\n1st Long Rec Length:9 at LFA:0x00000000 Max Allowed RecordLength:5!\n",
        "data.txt tmp/dsort"},
-      {std::string(70000, 'x') + "\n", "data.txt,out.isi,l9 -s,1", "1st Long Rec Length:70000 at LFA:0x00000000 ",
+      {std::string(300000, 'x') + "\n", "data.txt,out.isi,l9 -s,1", "1st Long Rec Length:300000 at LFA:0x00000000 ",
        "data.txt tmp/dsort tmp/dsort"},
       {"ab\ncdxef\n", "data.txt,out.isi -g=2,1", "at byte offset: 3.\n", "data.txt tmp/dsort tmp/dsort"}};
   const std::regex workFile("dsort[0-9A-Za-z]{6}");
