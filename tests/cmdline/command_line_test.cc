@@ -78,7 +78,8 @@ TEST(OptionSection, SetsWhatItsLettersSay) {
       {"-f=80 1-3", "fM 3 80 100 0"},
       {"-ir,k", "ir 0 0 100 0"},
       {"-e q w z b m50 o=1,y,1", "zyqEbw 1 0 50 8"},
-      {"-1-10z2x200>k!", "zC 103 0 100 0"},
+      {"-1-1i0rz2x200>k!", "irzC 103 0 100 0"},
+      {"-1b2e3q4s5v6w7x8y9d", "yqCEvsbwO 9 0 100 0"},
       {"-u 1-10 k=3", "u 10 0 100 0"}};
   for (const auto& [section, expected] : cases) {
     Settings settings;
