@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <optional>
 #include <thread>
 
@@ -33,6 +34,9 @@ TEST(DataFileLock, KeepsCompactionsAndApplicationsApart) {
                {readUpdate, true, false, granted, false, "ynyn"},
                {readUpdate, true, true, granted, true, "ynnn"},
                {writeUpdate, true, false, granted, true, "ynyn"}};
+  struct sigaction wake {};
+  wake.sa_handler = [](int) {};
+  ::sigaction(SIGALRM, &wake, nullptr);
   for (const auto& c : cases) {
     const TestFolder folder;
     const std::string data = folder.write("data", "bytes");
@@ -48,7 +52,9 @@ TEST(DataFileLock, KeepsCompactionsAndApplicationsApart) {
     });
     DataFileLock lock;
     EXPECT_TRUE(lock.name.assign(data));
+    ::ualarm(20000, 20000);  // signals end no wait
     EXPECT_EQ(c.locking ? lockShared(lock, c.inPlace) : lockExclusive(lock, 1), c.result);
+    ::ualarm(0, 0);
     EXPECT_EQ(ended, c.waits);
     later.join();
     std::string may;

@@ -39,16 +39,17 @@ TEST(IndexBuild, FillsTheTreeFromItsLeavesUp) {
 
 TEST(IndexBuild, DescribesItselfInTheHeader) {
   TestBuild run;
-  const std::string options = "n0,u,o=1,p11=A,1-10,15-12";
+  const std::string options = "n0,u,o=1,p17=6,p11=A,1-10,15-12";
   const std::string records = "0123456789A....56789\r\n1123456789A....56789\r\n0123456789B....56789\r\n";
   ASSERT_EQ(run.build(std::string(22, '\0') + records, options), status::success);
   const std::string bytes = run.index();
   const std::size_t fields[][3] = {
       // offset, width, value
-      {0, 4, 0x49534953}, {4, 2, 0xFC03}, {6, 1, 0x65},       {7, 1, 0x09}, {8, 2, 20},   {10, 2, 14},
-      {12, 4, 4},         {16, 4, 3},     {20, 4, 2},         {28, 4, 0},   {32, 4, 0},   {24, 4, 0xFFFFFFFF},
-      {36, 4, 0},         {40, 4, 0},     {44, 4, 3},         {48, 4, 1},   {64, 2, 11},  {66, 2, 0x4120},
-      {68, 4, 0},         {103, 1, 0},    {112, 4, 10 << 16}, {120, 4, 0},  {1536, 4, 0}, {116, 4, 0xFFFE000E}};
+      {0, 4, 0x49534953}, {4, 2, 0xFC03},      {6, 1, 0x65},    {7, 1, 0x09},        {8, 2, 20},
+      {10, 2, 14},        {12, 4, 4},          {16, 4, 3},      {20, 4, 2},          {28, 4, 0},
+      {32, 4, 0},         {24, 4, 0xFFFFFFFF}, {36, 4, 0},      {40, 4, 0},          {44, 4, 3},
+      {48, 4, 1},         {64, 2, 11},         {66, 2, 0x4120}, {68, 4, 0x36200011}, {72, 4, 0},
+      {103, 1, 0},        {112, 4, 10 << 16},  {120, 4, 0},     {1536, 4, 0},        {116, 4, 0xFFFE000E}};
   for (const auto& [offset, width, value] : fields) EXPECT_EQ(numberAt(bytes, offset, width), value) << offset;
   EXPECT_STREQ(&bytes[240], run.folder.path("data.txt").c_str());
   EXPECT_EQ(&bytes[496], run.folder.path("data.txt,out.isi,,") + run.folder.path("tmp -") + options);
