@@ -12,7 +12,8 @@ namespace {
 TEST(ExistingIndex, IsShownFromEveryHeaderAndLeftAlone) {
   const TestFolder folder;
   folder.write("data.txt", "abc\nabd\n");
-  ASSERT_EQ(runProgram(folder, "data.txt,idx -u,1-3").exitStatus, 0);
+  const std::string command = "data.txt,idx,-u,1-3>" + std::string(507, 'k');  // 527 characters: as many as are kept
+  ASSERT_EQ(runProgram(folder, command).exitStatus, 0);
   std::string older(1024, '\0');
   older.replace(52, 2, "\x0F\xF0");
   older.replace(128, 10, "cust,,-1-5");
@@ -23,8 +24,8 @@ TEST(ExistingIndex, IsShownFromEveryHeaderAndLeftAlone) {
   const struct {
     const char* arguments;
     int exitStatus;
-    const char* message;
-  } cases[] = {{"idx -i,k", 0, "\ntarnvale data.txt,idx,-u,1-3\n"},
+    std::string message;
+  } cases[] = {{"idx -i,k", 0, "\ntarnvale " + command + "\n"},
                {"older.isi -i", 0, "\nConverting from 8.x to 9.x format\n\ntarnvale cust,,-1-5\n"},
                {"empty.isi -i", 1, "No key information available for empty.isi\n"},
                {"empty.isi -r", 1, "No key information available for empty.isi\n"},
@@ -146,7 +147,22 @@ TEST_F(Compaction, DropsTheListWhereDeletedRecordsAreNotKept) {
   EXPECT_TRUE(runProgram(folder, "idx.isi -c").says("Deleted Data Record sectors purged from ISI!"));
   const IndexFile after = readIndex(folder.read("idx.isi"));
   EXPECT_TRUE(after.faults.empty() && after.deleted.empty() && after.entries == before.entries);
-  EXPECT_FALSE(runProgram(folder, "idx.isi -c").says("purged"));
+  const ProgramResult again = runProgram(folder, "-d idx.isi -c");
+  EXPECT_FALSE(again.says("purged") || again.says("Rec Length")) << again.output;
+}
+
+TEST_F(Compaction, ThatFailsInPlaceLeavesTheIndexAsItWas) {
+  const std::pair<rlim_t, const char*> cases[] = {
+      {loose.size() - 1, "Error writing the ISI backup file: idx.isi.bak\n"},
+      {loose.size(), "ISI has been restored after fatal compact error for file: idx.isi\n"}};  // no room for the list
+  for (const auto& [limit, message] : cases) {
+    const rlimit fileSize = {limit, limit};
+    const ProgramResult result = runProgram(folder, "idx.isi -c", [&] { ::setrlimit(RLIMIT_FSIZE, &fileSize); });
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_TRUE(result.says(message)) << result.output;
+    EXPECT_TRUE(folder.read("idx.isi") == loose);
+    EXPECT_EQ(folder.names(), "data.txt idx.isi");
+  }
 }
 
 TEST_F(Compaction, InterruptedWhileItWaitsForTheLockLeavesTheIndexAlone) {
