@@ -172,6 +172,14 @@ TEST_F(DamagedIndex, OrAnotherDataFileIsFoundOut) {
   }
 }
 
+TEST_F(DamagedIndex, WithoutItsCommandTellsHowFullItsNodesAre) {
+  EXPECT_EQ(run(folder, "$T data,idx -m50,1-40").exitStatus, 0);
+  index = folder.read("idx.ISI");
+  command("")(index, data);
+  folder.write("idx.ISI", index);
+  EXPECT_FALSE(run(folder, "$C -s idx").says("entries instead of"));
+}
+
 TEST_F(DamagedIndex, IsFoundOutByAlmostEveryBitOfItsHeader) {
   // What the index alone does not tell: which mark of one byte; the extent, the standard extension then, the own name;
   // and the change counter.

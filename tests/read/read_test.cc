@@ -177,6 +177,14 @@ TEST(Read, TakesArgumentsAsDocumented) {
     const bool wholeOutput = c.output.ends_with('\n') || c.output.empty();
     EXPECT_EQ(wholeOutput ? result.output : result.output.substr(0, c.output.size()), c.output) << c.arguments;
   }
+  const auto fillOutput = [] {
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) ::dup2(::open("/dev/full", O_WRONLY), fd);
+  };
+  for (const char* const arguments : {"--version", "--header towns.isi", "towns.isi"}) {
+    EXPECT_EQ(runProgram(folder, arguments, fillOutput, TARNVALE_READ_PROGRAM).exitStatus, 2) << arguments;
+  }
+  const auto closeOutput = [] { ::close(STDOUT_FILENO); };  // the index must not come in its place
+  EXPECT_EQ(runProgram(folder, "towns.isi", closeOutput, TARNVALE_READ_PROGRAM).exitStatus, 0);
 }
 
 TEST(Read, SaysThatItsOutputCannotBeWritten) {
