@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "support/held_lock.h"
@@ -177,6 +178,23 @@ TEST_F(Compaction, InterruptedWhileItWaitsForTheLockLeavesTheIndexAlone) {
     EXPECT_TRUE(folder.read("idx.isi") == loose);
     EXPECT_EQ(folder.names(), "data.txt idx.isi");
   }
+}
+
+// Two entries of different trains are exchanged, as an application may leave them: the trains overlap.
+TEST(ExistingIndex, HasItsEqualKeysInTheOrderOfTheirRecordsAfterACompaction) {
+  const TestFolder folder;
+  std::string data;
+  for (int i = 0; i < 60000; ++i) data += "k\n";
+  folder.write("data.txt", data);
+  ASSERT_EQ(runProgram(folder, "data.txt,idx.isi -1").exitStatus, 0);
+  std::string bytes = folder.read("idx.isi");
+  const IndexFile before = readIndex(bytes);
+  const std::size_t leaf = bytes.size() / 512 / 4 * 3 * 512;
+  ASSERT_EQ(numberAt(bytes, leaf + 506, 2), 0U);
+  std::swap_ranges(&bytes[2048], &bytes[2048 + 4], &bytes[leaf]);
+  folder.write("idx.isi", bytes);
+  EXPECT_EQ(runProgram(folder, "-m524288 idx.isi -c").exitStatus, 0);
+  EXPECT_TRUE(readIndex(folder.read("idx.isi")).entries == before.entries);
 }
 
 }  // namespace
