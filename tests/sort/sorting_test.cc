@@ -143,5 +143,23 @@ TEST(Merge, OfTrainsThatContinueEachOtherFindsOne) {
   EXPECT_EQ(sorting.trains, 1U);
 }
 
+TEST(Merge, SaysWhatItReadOfAWorkFileThatWasCut) {
+  std::mt19937 random(6);
+  Sorting cutFile(1000, 4);
+  EXPECT_EQ(cutFile.makeTrains(makeEntries(2000, 4, random, descending)), SortResult::done);
+  const int file = cutFile.files[FileRole::workFile1].fd;
+  ASSERT_EQ(::ftruncate(file, 100), 0);
+  EXPECT_EQ(cutFile.merge(), SortResult::workFileNotRead);
+  cutFile.messages.debugMode = true;
+  for (const auto& [which, number] : {std::pair{TrainBlock::first, "1"}, {TrainBlock::further, "3"}}) {
+    std::uint8_t block[28];
+    EXPECT_FALSE(readTrainBlock(file, block, sizeof block, 200, 0, which, cutFile.messages));
+    const std::string message = std::string("
+DoFancyMerge(") + number + "): Invalid blkLgt size read! 28:0
+";
+    EXPECT_TRUE(cutFile.messages.text().ends_with(message)) << cutFile.messages.text();
+  }
+}
+
 }  // namespace
 }  // namespace tarnvale
