@@ -124,7 +124,7 @@ TEST(Read, WritesAllEntriesKeysAndRangesOfEveryFormatInBothByteOrders) {
 // An index over towns in upper case, two of each.
 struct TownFolder : TestFolder {
   TownFolder() {
-    write("towns.txt", "Porto\nOslo\nrig\\a\nPorto\nO\xF8sl\nOslo\n");
+    write("towns.txt", "Porto\nOslo\nrig\\~\nPorto\nO\xF8sl\nOslo\n");
     EXPECT_EQ(runProgram(*this, "towns.txt,towns.isi,L6 -v,u,1-6").exitStatus, 0);
   }
 };
@@ -139,15 +139,15 @@ TEST(Read, TakesArgumentsAsDocumented) {
   } cases[] = {{"-k oslo towns.isi", 0, oslo},  // folded and filled up
                {"towns.isi -p os", 0, oslo},
                {"-t O -f \\x4f towns.isi", 0, oslo + "23\t23\t5\t0\tO\\xF8SL  \n"},
-               {"-k rig\\\\a towns.isi", 0, "11\t11\t6\t0\tRIG\\\\A \n"},
+               {"-k rig\\\\~ towns.isi", 0, "11\t11\t6\t0\tRIG\\\\~ \n"},
                {"--json -n 1 towns.isi", 0,
                 R"({"position":6,"lfa":6,"length":5,"duplicate":0,"key":"OSLO  "})"
                 "\n"},
                {"--json -p o\\xF8 towns.isi", 0,
                 R"({"position":23,"lfa":23,"length":5,"duplicate":0,"keyHex":"4FF8534C2020"})"
                 "\n"},
-               {"--json -k rig\\\\a towns.isi", 0,
-                R"({"position":11,"lfa":11,"length":6,"duplicate":0,"key":"RIG\\A "})"
+               {"--json -k rig\\\\~ towns.isi", 0,
+                R"({"position":11,"lfa":11,"length":6,"duplicate":0,"key":"RIG\\~ "})"
                 "\n"},
                {"--json --header towns.isi", 0,
                 R"({"dataFile":"towns.txt","command":"towns.txt,towns.isi,L6 -v,u,1-6",)"
