@@ -2,11 +2,21 @@
 #include <optional>
 
 #include "check/check_run.h"
+#include "check/position_set.h"
 #include "support/held_lock.h"
 #include "support/program_run.h"
 
 namespace tarnvale {
 namespace {
+
+TEST(PositionSet, RemembersWhatItsMemoryHolds) {
+  for (const std::uint64_t size : {std::uint64_t{100}, std::uint64_t{64} << 23, (std::uint64_t{64} << 23) + 1}) {
+    PositionSet set(size);
+    const auto last = static_cast<std::uint32_t>(size - 1);
+    EXPECT_FALSE(set.add(last) || set.add(last + 1) || set.add(last - 1));
+    EXPECT_EQ(set.add(last), size <= std::uint64_t{64} << 23);
+  }
+}
 
 TEST(Check, SaysWhatItFoundAndWhetherItCouldLook) {
   const TestFolder folder;
