@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "cmdline/key_specification.h"
+#include "cmdline/option_section.h"
 #include "support/data_sample.h"
 #include "support/test_parts.h"
 
@@ -179,6 +181,60 @@ TEST(RecordScan, ComparesBeyondTheEndOfABlock) {
       EXPECT_TRUE(scanAll(scan).records == expected) << start;
     }
   }
+}
+
+constexpr std::string_view letters = "abzAZ`{@[\xE1\t";
+
+// Up to three conditions, or an expression of up to four terms, then ranges that do not overlap, in any direction.
+std::string randomSection(std::mt19937& random, bool expression) {
+  std::string section = random() % 2 == 0 ? "-u," : "-";
+  const auto conditions = random() % 4 + (expression ? 1 : 0);
+  for (std::size_t i = 0; i < conditions; ++i) {
+    section += !expression ? "p" : i > 0 ? std::string(1, "&|"[random() % 2]) : random() % 2 == 0 ? "p=" : "p#";
+    section += std::to_string(random() % 30 + 1) + (expression ? "<>#"[random() % 3] : "=##"[random() % 3]);
+    section += expression ? "'a'" : std::string(1, letters[random() % 10]) + ",";
+  }
+  if (expression && random() % 3 == 0) section += ",p" + std::to_string(random() % 30 + 1) + "#a,";
+  std::vector<std::string> ranges;
+  for (auto column = random() % 9 + 1; column < 40; column += random() % 12 + 1) {
+    const std::string first = std::to_string(column);
+    const std::string last = std::to_string(column += random() % 8);
+    ranges.push_back("," + (random() % 2 == 0 ? first + "-" + last : last + "-" + first));
+  }
+  std::shuffle(ranges.begin(), ranges.end(), random);
+  for (const std::string& range : ranges) section += range;
+  return section;
+}
+
+TEST(KeyExtraction, CopyingRangesGivesTheKeyOfTheColumnWalk) {
+  std::mt19937 random(2);
+  std::vector<std::uint8_t> expanded(expandedSize);
+  int compared = 0;
+  for (int round = 0; round < 10000; ++round) {
+    Settings settings;
+    const bool expression = round % 2 == 0;
+    const std::string section = randomSection(random, expression);
+    ASSERT_EQ(parseOptionSection(settings, section), status::success) << section;
+    closeColumnTable(settings.keys);
+    std::string text;
+    for (auto length = random() % 60; length > 0; --length) text += letters[random() % (expression ? 10 : 11)];
+    const auto* const begin = reinterpret_cast<const std::uint8_t*>(text.data());
+    const RecordBytes record = {begin, begin + text.size()};
+    const RecordComparison comparison{settings.selection, record.end, true};
+    const KeyPlan plan = makeKeyPlan(settings.keys);
+    if (expression && text.size() < plan.columnsNeeded) continue;
+    if (plan.walkOnly) continue;
+    std::vector<std::uint8_t> walked(plan.keyLength);
+    std::vector<std::uint8_t> copied(plan.keyLength);
+    const std::uint32_t matched = walkColumns(settings.keys, comparison, record, walked.data());
+    const bool hasTabs = text.find('\t') != std::string::npos;
+    const RecordBytes plain = hasTabs ? expandTabs(plan, record, expanded.data()) : record;
+    ASSERT_EQ(copyKeyRanges(plan, comparison, plain, copied.data()), matched) << section << " of " << text;
+    if (matched != settings.selection.optionCount) continue;
+    ASSERT_EQ(walked, copied) << section << " of " << text;
+    ++compared;
+  }
+  EXPECT_GT(compared, 3000);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -154,9 +155,7 @@ TEST(Merge, SaysWhatItReadOfAWorkFileThatWasCut) {
   for (const auto& [which, number] : {std::pair{TrainBlock::first, "1"}, {TrainBlock::further, "3"}}) {
     std::uint8_t block[28];
     EXPECT_FALSE(readTrainBlock(file, block, sizeof block, 200, 0, which, cutFile.messages));
-    const std::string message = std::string("
-DoFancyMerge(") + number + "): Invalid blkLgt size read! 28:0
-";
+    const std::string message = std::string("\nDoFancyMerge(") + number + "): Invalid blkLgt size read! 28:0\n";
     EXPECT_TRUE(cutFile.messages.text().ends_with(message)) << cutFile.messages.text();
   }
 }
