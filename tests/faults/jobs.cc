@@ -54,13 +54,13 @@ std::string troubleOfFiles(const Outcome& clean, const Outcome& now) {
 // An index being compacted: whole under its name, or else whole in the backup, which the messages name.
 std::string troubleInPlace(const Files& before, const Outcome& clean, const Outcome& now, bool interrupted) {
   const std::string& old = before.at("idx.isi");
-  const bool whole = holds(now.files, "idx.isi", old) || holds(now.files, "idx.isi", clean.files.at("idx.isi"));
+  const auto index = now.files.find("idx.isi");
+  const bool longer = index != now.files.end() && index->second.starts_with(old);  // which harms nobody
+  const bool whole = holds(now.files, "idx.isi", old) || holds(now.files, "idx.isi", clean.files.at("idx.isi")) ||
+                     (longer && now.failed("ftruncate", "idx.isi"));
   const bool backup = now.files.contains("idx.isi.bak");
   const bool named = now.output.find("idx.isi.bak") != std::string::npos;
   if (!whole && !holds(now.files, "idx.isi.bak", old)) {
-    const auto index = now.files.find("idx.isi");
-    const bool longer = index != now.files.end() && index->second.starts_with(old);
-    if (longer && now.failed("ftruncate", "idx.isi")) return "";
     return longer ? "the old index with more behind it, and no backup" : "no whole index, nor a whole backup";
   }
   if (!whole && !interrupted && !named) return "backup not named";
