@@ -83,12 +83,20 @@ TEST_F(FileNames, AreReadAsTheEnvironmentAndTheDefinitionFileTell) {
                {"QLX_TERM=term", "!?\3dbs\0\0isx"s, "..TXT.ISI 0 "},
                {"QLX_TERM=term", "!?\5data\0inde\0"s, "..TXT.ISI 0 "},
                {"QLX_TERM=" + std::string(600, 't'), "!?\4data\0inde\0"s, "..TXT.ISI 0 "},
+               // too long: the folder, what follows it, and the extension alone
+               {"QLX_SYSTEM=" + std::string(512, 's') + "\nQLX_TERM=term", "!?\4data\0inde\0"s, "..TXT.ISI 0 "},
+               {"QLX_SYSTEM=" + std::string(511, 's') + "\nQLX_TERM=term", "!?\4data\0inde\0"s, "..TXT.ISI 0 "},
+               {"QLX_SYSTEM=" + std::string(505, 's') + "\nQLX_TERM=term", "!?\4data\0inde\0"s, "..TXT.ISI 0 "},
+               {"QLX_TERM=directory", "", "..TXT.ISI 0 "},
+               {"", "!?\4data\0inde\0"s, "..TXT.ISI 0 "},
                {"QLX_TERM=other", "!?\4data\0inde\0"s, "..TXT.ISI 0 "},
                {"QLX_FNC=MIXED\nVELDA_FNC=lower", "", "..TXT.ISI 0 "},
                {"VELDA_FNC=lower\nVELDA_DBPATH=a:b", "", "..TXT.ISI 1 a:b"}};
+  std::filesystem::create_directory(folder.path("directory.def"));
+  ::unsetenv("TERM");
   for (const auto& c : cases) {
     folder.write("term.def", std::string(512, '?') + c.file);
-    const Environment environment = environmentOf("QLX_SYSTEM=" + folder.path() + "\n" + c.section + "\n");
+    const Environment environment = environmentOf(c.section + "\nQLX_SYSTEM=" + folder.path() + "\n");
     const FileNaming naming = readFileNaming(environment);
     const std::string extensions = naming.extensionSeparator + std::string(naming.dataExtension);
     const char* const fold = naming.foldCase ? " 1 " : " 0 ";

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "common/progress.h"
 #include "support/test_parts.h"
 
@@ -30,6 +32,36 @@ TEST(Messages, ThatAreTooLongLoseTheMiddleOfTheirFileNames) {
   composeMessage(messages, {"Indexing ", fileName("a.txt"), " into ", fileName(name), "\n"});
   EXPECT_EQ(messages.buffer.view(),
             "Indexing a.txt into /start" + std::string(131, 'x') + "..." + std::string(131, 'x') + "end.txt\n");
+}
+
+TEST(Messages, StandAloneWhereTheNameHasNoRoom) {
+  TestMessages messages;
+  const std::string text(messages.buffer.capacity - 2, 'x');
+  composeMessage(messages, {std::string_view(text), fileName("long name")});
+  EXPECT_EQ(messages.buffer.view(), text + "..");
+  composeMessage(messages, {std::string_view(text), "1234", fileName("a"), fileName("b")});
+  EXPECT_EQ(messages.buffer.view().substr(0, text.size()), text);
+}
+
+TEST(Messages, CollectedComeInOrderAndNoneAfterTheEnd) {
+  TestMessages messages;
+  CollectedLines collected;
+  putCollectedLine(messages, {"at ", "once\n"});
+  messages.collected = &collected;
+  messages.collectedLimit = 8;
+  for (const char* const line : {"one\n", "two\n", "six\n", "a long line\n", "end\n"})
+    putCollectedLine(messages, {line});
+  EXPECT_EQ(messages.text(), "at once\none\ntwo\nsix\na long line\n");
+  putMessage(messages, "other\n");
+  EXPECT_EQ(messages.text(), "at once\none\ntwo\nsix\na long line\nend\nother\n");
+
+  std::FILE* const stream = std::exchange(messages.stream, nullptr);
+  putMessage(messages, "late");
+  putCollectedLine(messages, {"late"});
+  flushMessages(messages);
+  closeLog(messages);
+  EXPECT_TRUE(messages.text().ends_with("other\n"));
+  messages.stream = stream;
 }
 
 TEST(Progress, GuessesTheTimeLeftOnceItHasRunForSomeSeconds) {
