@@ -84,10 +84,21 @@ std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t of
   return differing & keyPrefixMask(sort.area.keyLength, offset);
 }
 
-// Chooses up to `wanted` bits from the first byte that differs on. All bits of a byte below its highest differing one
-// are taken, or, where that is too many, the upper ones of these: the number orders as the bytes do.
+// Takes up to `wanted` bits. All bits of a byte below its highest differing one are taken, or, where that is too many,
+// the upper ones of these: the number orders as the bytes do.
+void takeBits(KeyBits& chosen, std::uint64_t differing, unsigned wanted) {
+  for (unsigned low = 56; chosen.total < wanted; low -= 8) {
+    const auto span = static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing >> low)));
+    const unsigned width = std::min(span, wanted - chosen.total);
+    if (width > 0) chosen.parts[chosen.partCount++] = {low + span - width, width};
+    chosen.total += width;
+    if (low == 0) break;
+  }
+}
+
+// Chooses up to `wanted` bits, in 8 bytes in which the keys differ; from the first byte that differs on where more are
+// found there.
 KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset, unsigned wanted) {
-  constexpr std::uint32_t fewEqualBytes = 4;  // enough of the 8 bytes are left behind them
   KeyBits chosen;
   std::uint64_t differing = 0;
   for (; offset < sort.area.keyLength && differing == 0; offset += 8) differing = differingBits(sort, slots, offset);
@@ -95,16 +106,10 @@ KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset, 
   const auto equalBytes = static_cast<std::uint32_t>(std::countl_zero(differing)) / 8;
   chosen.offset = offset - 8;
   chosen.equalUpTo = chosen.offset + equalBytes;
-  if (equalBytes > fewEqualBytes) {
-    chosen.offset = chosen.equalUpTo;
-    differing = differingBits(sort, slots, chosen.offset);
-  }
-  for (unsigned low = 56; chosen.total < wanted; low -= 8) {
-    const auto span = static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing >> low)));
-    const unsigned width = std::min(span, wanted - chosen.total);
-    if (width > 0) chosen.parts[chosen.partCount++] = {low + span - width, width};
-    chosen.total += width;
-    if (low == 0) break;
+  takeBits(chosen, differing, wanted);
+  if (chosen.total < wanted && equalBytes > 0) {  // the window ends too early
+    chosen = {chosen.equalUpTo, chosen.equalUpTo};
+    takeBits(chosen, differingBits(sort, slots, chosen.offset), wanted);
   }
   return chosen;
 }
