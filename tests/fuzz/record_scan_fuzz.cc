@@ -37,7 +37,7 @@ struct Outcome {
   std::string entries;
   std::vector<std::uint64_t> deleted;
   std::uint64_t recordCount = 0;
-  std::uint64_t lfa = 0;
+  std::uint64_t failedAt = 0;  // the record that a failure names
   bool operator==(const Outcome&) const = default;
 };
 
@@ -79,7 +79,7 @@ void scanAll(Scanner& scanner, std::string_view file, std::uint32_t room, Messag
     outcome.result = train.result;
   }
   outcome.recordCount = scanner.findings.recordCount;
-  outcome.lfa = scanner.currentLfa;
+  if (outcome.result != ScanResult::inputExhausted) outcome.failedAt = scanner.currentLfa;
 }
 
 // Opens the file and scans it. `stale` is what the buffer holds before; nothing may depend on it.
