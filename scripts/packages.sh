@@ -27,3 +27,9 @@ requirePackages() {
 requireBuildTools() {
   requirePackages g++:g++ cmake:cmake ninja:ninja-build gzip:gzip file:file dpkg-shlibdeps:dpkg-dev
 }
+
+# clang++ with its sanitizers and libFuzzer.
+requireClang() {
+  requirePackages clang++:clang &&
+    requirePackages "$(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-$(uname -m).a:libclang-rt-dev"
+}
