@@ -56,14 +56,14 @@ void putMessage(Messages& messages, std::string_view text) {
   writeText(messages, text);
 }
 
-void putCollectedLine(Messages& messages, LinePieces pieces) {
+void putCollectedLine(Messages& messages, std::string_view line) {
   if (messages.stream == nullptr) return;
   CollectedLines* const lines = messages.collected;
   const std::span<char> buffer(messages.collectedBytes.data(), messages.collectedLimit);
-  if (lines != nullptr && collectLine(*lines, buffer, pieces)) return;
+  if (lines != nullptr && collectLine(*lines, buffer, line)) return;
   writeCollected(messages);
-  if (lines != nullptr && collectLine(*lines, buffer, pieces)) return;
-  for (const std::string_view piece : pieces) writeText(messages, piece);
+  if (lines != nullptr && collectLine(*lines, buffer, line)) return;
+  writeText(messages, line);
 }
 
 void flushMessages(Messages& messages) {

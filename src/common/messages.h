@@ -30,7 +30,7 @@ void putMessage(Messages& messages, std::string_view text);
 
 /// Writes a line together with others like it: not later than the next message of another kind, the
 /// closing of the stream, or an interrupt.
-void putCollectedLine(Messages& messages, LinePieces pieces);
+void putCollectedLine(Messages& messages, std::string_view line);
 
 /// Writes the lines that are collected.
 void flushMessages(Messages& messages);

@@ -3,26 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cstring>
-
 #include "common/interrupt_hold.h"
 #include "common/posix_file.h"
 
 namespace tarnvale {
-
-bool collectLine(CollectedLines& lines, std::span<char> buffer, LinePieces pieces) {
-  char* place = buffer.data() + lines.size;
-  for (const std::string_view piece : pieces) {
-    if (piece.size() > static_cast<std::size_t>(buffer.data() + buffer.size() - place)) return false;
-    std::memcpy(place, piece.data(), piece.size());
-    place += piece.size();
-  }
-  lines.bytes = buffer.data();
-  std::atomic_signal_fence(std::memory_order_release);  // the interrupt handler counts on whole lines
-  lines.size = static_cast<std::size_t>(place - buffer.data());
-  return true;
-}
 
 bool openRegular(TrackedFile& file, int access) {
   const InterruptHold hold;

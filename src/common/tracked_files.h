@@ -5,12 +5,13 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <span>
 #include <string_view>
 
+#include "common/copy_short.h"
 #include "common/file_name.h"
 
 namespace tarnvale {
@@ -40,11 +41,17 @@ struct CollectedLines {
   std::size_t size = 0;
 };
 
-/// The pieces of a line, its end included.
-using LinePieces = std::initializer_list<std::string_view>;
-
-/// Puts a line into `buffer`, whose bytes the lines are, behind what is there. False when it does not fit.
-[[nodiscard]] bool collectLine(CollectedLines& lines, std::span<char> buffer, LinePieces pieces);
+/// Puts a line, its end included, into `buffer`, whose bytes the lines are, behind what is there. False when it does
+/// not fit. There may be one for every record.
+[[nodiscard]] [[gnu::always_inline]] inline bool collectLine(CollectedLines& lines, std::span<char> buffer,
+                                                             std::string_view line) {
+  if (line.size() > buffer.size() - lines.size) return false;
+  copyLine(buffer.data() + lines.size, line.data(), line.size());
+  lines.bytes = buffer.data();
+  std::atomic_signal_fence(std::memory_order_release);  // the interrupt handler counts on whole lines
+  lines.size += line.size();
+  return true;
+}
 
 struct TrackedFile {
   int fd = -1;  // -1: closed

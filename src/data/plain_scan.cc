@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/copy_short.h"
 #include "data/mark_finder.h"
 
 namespace tarnvale {

@@ -8,12 +8,10 @@
 // ascending LFA. An entry whose LFA is all ones is the end marker of a sort train.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <type_traits>
 
 #include "common/limits.h"
 #include "format/byte_order.h"
@@ -36,28 +34,6 @@ struct EntryArea {
   std::uint32_t room;
   std::uint32_t entrySize;  // bytes
 };
-
-/// Copies a short piece of memory. Up to 32 bytes, which most entries and keys have, are copied as two pieces that may
-/// overlap, without a call.
-[[gnu::always_inline]] inline void copyShort(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
-  const auto copyEnds = [&]<std::size_t piece>(std::integral_constant<std::size_t, piece>) {
-    std::array<std::uint8_t, piece> front;
-    std::array<std::uint8_t, piece> back;
-    std::memcpy(front.data(), from, piece);
-    std::memcpy(back.data(), from + size - piece, piece);
-    std::memcpy(to, front.data(), piece);
-    std::memcpy(to + size - piece, back.data(), piece);
-  };
-  if (size > 32 || size < 4) {
-    std::memcpy(to, from, size);
-  } else if (size >= 16) {
-    copyEnds(std::integral_constant<std::size_t, 16>{});
-  } else if (size >= 8) {
-    copyEnds(std::integral_constant<std::size_t, 8>{});
-  } else {
-    copyEnds(std::integral_constant<std::size_t, 4>{});
-  }
-}
 
 [[nodiscard]] inline std::uint64_t entryLfa(const std::uint8_t* entry) {
   Le64 lfa;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/copy_short.h"
 #include "common/posix_file.h"
 #include "isi/backup.h"
 #include "isi/command_text.h"

@@ -1,55 +1,82 @@
 #include "isi/duplicate_list.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstring>
 
+#include "common/copy_short.h"
 #include "common/interrupt_hold.h"
 #include "common/posix_file.h"
+#include "format/byte_order.h"
 #include "format/sort_entry.h"
 
 namespace tarnvale {
 
 namespace {
 
-constexpr std::string_view droppedText = "Duplicate Key ignored at:";
-constexpr std::string_view keptText = "Duplicate Key at:";
+// The beginning of each report, with blanks for the number.
+struct LineStart {
+  std::array<char, 48> bytes{};
+  std::size_t numberEnd = 0;
+  std::size_t size = 0;
+
+  explicit constexpr LineStart(std::string_view text) {
+    constexpr std::size_t columns = 16;  // of the number, which stands at their end
+    constexpr std::string_view keyTitle = " Key:";
+    char* const number = std::ranges::copy(text, bytes.begin()).out;
+    char* const title = std::fill_n(number, columns, ' ');
+    numberEnd = text.size() + columns;
+    std::ranges::copy(keyTitle, title);
+    size = numberEnd + keyTitle.size();
+  }
+};
+constexpr LineStart droppedStart("Duplicate Key ignored at:");
+constexpr LineStart keptStart("Duplicate Key at:");
+
+// A number in hexadecimal, eight digits wide, the first one in the lowest byte. Blanks take the place of leading zeros
+// unless `filled`.
+[[gnu::always_inline]] inline Le64 hexDigits(std::uint32_t number, bool filled) {
+  constexpr std::uint64_t each = 0x0101010101010101;
+  std::uint64_t digits = number;  // spread over the bytes: halves, pairs, single ones
+  digits = (digits | digits << 16) & 0x0000FFFF0000FFFF;
+  digits = (digits | digits << 8) & 0x00FF00FF00FF00FF;
+  digits = __builtin_bswap64((digits | digits << 4) & 0x0F * each);
+  const std::uint64_t letters = (digits + (0x10 - 10) * each) >> 4 & each;
+  const std::uint64_t shown = digits + '0' * each + letters * ('A' - '9' - 1);
+  const int zeros = filled ? 0 : std::countl_zero(number | 1) / 4;
+  const std::uint64_t blank = (std::uint64_t{1} << 8 * zeros) - 1;
+  Le64 text;
+  text = (shown & ~blank) | (' ' * each & blank);
+  return text;
+}
 
 // What a report says of an entry. There may be one for every record.
 class DuplicateLine {
  public:
-  DuplicateLine(std::string_view text, const std::uint8_t* entry, std::uint32_t keyLength) {
-    put(text);
-    putHexColumn(entryLfa(entry));
-    put(" Key:");
-    put({reinterpret_cast<const char*>(entryKey(entry)), keyLength});
-    put(" ");
+  DuplicateLine(const LineStart& start, const std::uint8_t* entry, std::uint32_t keyLength)
+      : size_(start.size + keyLength + 1) {
+    copyLine(bytes_.data(), start.bytes.data(), start.bytes.size());
+    putHexBefore(start.numberEnd, entryLfa(entry));
+    copyShort(bytes_.data() + start.size, reinterpret_cast<const char*>(entryKey(entry)), keyLength);
+    bytes_[size_ - 1] = ' ';
   }
 
   // The line with this end; it holds up to the next call.
   std::string_view endingWith(std::string_view end) {
-    std::memcpy(bytes_.data() + size_, end.data(), end.size());
+    std::ranges::copy(end, bytes_.data() + size_);
     return {bytes_.data(), size_ + end.size()};
   }
 
  private:
-  static constexpr std::size_t columns = 16;  // of the number, which stands at their end
-
-  void put(std::string_view piece) {
-    std::memcpy(bytes_.data() + size_, piece.data(), piece.size());
-    size_ += piece.size();
+  void putHexBefore(std::size_t place, std::uint64_t number) {
+    const auto high = static_cast<std::uint32_t>(number >> 32);
+    const auto put = [this](std::size_t at, Le64 digits) { std::memcpy(bytes_.data() + at, &digits, sizeof digits); };
+    put(place - 8, hexDigits(static_cast<std::uint32_t>(number), high != 0));
+    if (high != 0) put(place - 16, hexDigits(high, false));
   }
 
-  void putHexColumn(std::uint64_t number) {
-    std::memset(bytes_.data() + size_, ' ', columns);
-    size_ += columns;
-    std::size_t place = size_;
-    do {
-      bytes_[--place] = "0123456789ABCDEF"[number % 16];
-      number /= 16;
-    } while (number != 0);
-  }
-
-  std::array<char, droppedText.size() + columns + maxKeyLength + 8> bytes_;
-  std::size_t size_ = 0;
+  std::array<char, sizeof(LineStart::bytes) + maxKeyLength + 3> bytes_;
+  std::size_t size_;
 };
 
 void reportIncomplete(DuplicateList& list, const TrackedFile& file, Messages& messages) {
@@ -71,18 +98,18 @@ void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) 
 
 }  // namespace
 
-void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, LinePieces pieces) {
-  if (!file.isOpen() || collectLine(file.collected, list.lines, pieces)) return;
+void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line) {
+  if (!file.isOpen() || collectLine(file.collected, list.lines, line)) return;
   flushErrorFile(list, file, messages);
-  static_cast<void>(collectLine(file.collected, list.lines, pieces));
+  static_cast<void>(collectLine(file.collected, list.lines, line));
 }
 
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
                      const std::uint8_t* entry, std::uint32_t keyLength) {
   if (!settings.errorFileWanted || settings.quietDuplicates) return;
-  DuplicateLine line(settings.ignoreDuplicates ? droppedText : keptText, entry, keyLength);
-  putErrorFileLine(list, file, messages, {line.endingWith("\r\n")});
-  if (settings.noDuplicates) putCollectedLine(messages, {line.endingWith("\n")});
+  DuplicateLine line(settings.ignoreDuplicates ? droppedStart : keptStart, entry, keyLength);
+  putErrorFileLine(list, file, messages, line.endingWith("\r\n"));
+  if (settings.noDuplicates) putCollectedLine(messages, line.endingWith("\n"));
 }
 
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {

@@ -27,8 +27,8 @@ struct DuplicateList {
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
                      const std::uint8_t* entry, std::uint32_t keyLength);
 
-/// Adds a line to the error file, if it is open. The pieces end with CR LF.
-void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, LinePieces pieces);
+/// Adds a line to the error file, if it is open. It ends with CR LF.
+void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line);
 
 /// Writes the collected lines and closes the error file. What fails is reported once.
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages);

@@ -54,8 +54,9 @@ TreeResult reportLevelLimit(IndexBuilder& builder, TrackedFile& errorFile, Messa
   FixedText<300> text;
   text.format("\nError! Tree level limit (%zu) can only support %" PRIu64 " records for this ISI file! ", maxTreeLevels,
               treeCapacity(builder.tree.fillLimit));
-  putErrorFileLine(builder.duplicates, errorFile, messages, {text, "\r\n"});
   messages.buffer = text;
+  static_cast<void>(text.append("\r\n"));
+  putErrorFileLine(builder.duplicates, errorFile, messages, text);
   return TreeResult::tooHigh;
 }
 

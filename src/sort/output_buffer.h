@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "common/copy_short.h"
 #include "common/tracked_files.h"
 #include "format/sort_entry.h"
 

@@ -46,18 +46,17 @@ TEST(Messages, StandAloneWhereTheNameHasNoRoom) {
 TEST(Messages, CollectedComeInOrderAndNoneAfterTheEnd) {
   TestMessages messages;
   CollectedLines collected;
-  putCollectedLine(messages, {"at ", "once\n"});
+  putCollectedLine(messages, "at once\n");
   messages.collected = &collected;
   messages.collectedLimit = 8;
-  for (const char* const line : {"one\n", "two\n", "six\n", "a long line\n", "end\n"})
-    putCollectedLine(messages, {line});
+  for (const char* const line : {"one\n", "two\n", "six\n", "a long line\n", "end\n"}) putCollectedLine(messages, line);
   EXPECT_EQ(messages.text(), "at once\none\ntwo\nsix\na long line\n");
   putMessage(messages, "other\n");
   EXPECT_EQ(messages.text(), "at once\none\ntwo\nsix\na long line\nend\nother\n");
 
   std::FILE* const stream = std::exchange(messages.stream, nullptr);
   putMessage(messages, "late");
-  putCollectedLine(messages, {"late"});
+  putCollectedLine(messages, "late");
   flushMessages(messages);
   closeLog(messages);
   EXPECT_TRUE(messages.text().ends_with("other\n"));

@@ -1,0 +1,48 @@
+// Copying a few bytes, where a call would take longer than the copying.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace tarnvale {
+
+/// Copies a short piece of memory. Up to 32 bytes, which most entries and keys have, are copied as two pieces that may
+/// overlap, without a call.
+template <typename Byte>
+[[gnu::always_inline]] inline void copyShort(Byte* to, const Byte* from, std::size_t size) {
+  static_assert(sizeof(Byte) == 1);
+  const auto copyEnds = [&]<std::size_t piece>(std::integral_constant<std::size_t, piece>) {
+    std::array<Byte, piece> front;
+    std::array<Byte, piece> back;
+    std::memcpy(front.data(), from, piece);
+    std::memcpy(back.data(), from + size - piece, piece);
+    std::memcpy(to, front.data(), piece);
+    std::memcpy(to + size - piece, back.data(), piece);
+  };
+  if (size > 32 || size < 4) {
+    std::memcpy(to, from, size);
+  } else if (size >= 16) {
+    copyEnds(std::integral_constant<std::size_t, 16>{});
+  } else if (size >= 8) {
+    copyEnds(std::integral_constant<std::size_t, 8>{});
+  } else {
+    copyEnds(std::integral_constant<std::size_t, 4>{});
+  }
+}
+
+/// The same for what mostly has 32 to 64 bytes.
+template <typename Byte>
+[[gnu::always_inline]] inline void copyLine(Byte* to, const Byte* from, std::size_t size) {
+  constexpr std::size_t half = 32;
+  if (size < half || size > 2 * half) {
+    std::memcpy(to, from, size);
+  } else {
+    copyShort(to, from, half);
+    copyShort(to + size - half, from + size - half, half);
+  }
+}
+
+}  // namespace tarnvale
