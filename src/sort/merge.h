@@ -76,6 +76,12 @@ template <typename Take>
     tree.changeBlock();
     return SortResult::done;
   };
+  if (group.count == 1) {  // nothing to select from
+    MergeSlot& slot = group.slots[0];
+    SortResult result = SortResult::done;
+    while (result == SortResult::done && !isEndMarker(slot.cursor)) result = deliver(slot);
+    return result;
+  }
   constexpr unsigned winsInARow = 3;  // seldom by chance
   unsigned wins = 0;
   for (std::size_t winner = tree.winner();;) {

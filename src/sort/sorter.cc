@@ -69,21 +69,35 @@ bool writeSlots(Sorter& sorter, std::span<const std::uint32_t> slots) {
   return true;
 }
 
-// Sorts the train and writes it; an end marker follows it unless the area was full. False when a write failed.
-bool writeSortTrain(Sorter& sorter, std::uint32_t count) {
+// Writes a train that is in order as it lies there.
+bool writeTrainInOrder(Sorter& sorter, std::uint32_t count) {
+  const SortArea& area = sorter.area;
+  if (!beginTrain(sorter, area.entryOfSlot(0), count)) return false;
+  if (!putBytes(sorter.output, area.base, std::size_t{count} * area.entrySize)) return false;
+  if (count > 0) rememberTrain(sorter, area.entryOfSlot(0), area.entryOfSlot(count - 1));
+  return true;
+}
+
+bool sortAndWriteTrain(Sorter& sorter, std::uint32_t count) {
   const SortArea& area = sorter.area;
   bool begun = false;
   const auto write = [&](std::span<const std::uint32_t> slots) {
-    if (!begun && !beginTrain(sorter, area.entryOfSlot(area.slots[0]), count)) return false;
+    if (!begun && !beginTrain(sorter, area.entryOfSlot(slots.front()), count)) return false;
     begun = true;
     return writeSlots(sorter, slots);
   };
   if (!sortTrain(area, count, sorter.limits.method, sorter.pairs, write)) return false;
+  rememberTrain(sorter, area.entryOfSlot(area.slots[0]), area.entryOfSlot(area.slots[count - 1]));
+  return true;
+}
+
+// Writes the train sorted; an end marker follows it unless the area was full. False when a write failed.
+bool writeSortTrain(Sorter& sorter, std::uint32_t count) {
+  const SortArea& area = sorter.area;
+  if (!(isInOrder(area, count) ? writeTrainInOrder(sorter, count) : sortAndWriteTrain(sorter, count))) return false;
   const std::uint32_t room = area.train().room;
   sorter.trainEnd += static_cast<std::uint64_t>(room) * area.entrySize;
-  if (count < room && !putEndMarker(sorter)) return false;
-  if (count > 0) rememberTrain(sorter, area.entryOfSlot(area.slots[0]), area.entryOfSlot(area.slots[count - 1]));
-  return true;
+  return count == room || putEndMarker(sorter);
 }
 
 SortResult writeAndCountTrain(Sorter& sorter, const FilledTrain& filled, const Progress& progress, Messages& messages) {

@@ -253,7 +253,8 @@ bool sortsAfter(const SortArea& area, std::uint32_t a, std::uint32_t b) {
   return compareSortEntries(area.entryOfSlot(a), area.entryOfSlot(b), area.keyLength) > 0;
 }
 
-// Entries that come in order already, as those of an index do, need no sort. In any other train the first few tell.
+}  // namespace
+
 bool isInOrder(const SortArea& area, std::uint32_t count) {
   if (count == 0) return true;
   const std::uint64_t mask = keyPrefixMask(area.keyLength, 0);
@@ -266,13 +267,10 @@ bool isInOrder(const SortArea& area, std::uint32_t count) {
   return true;
 }
 
-}  // namespace
-
 bool sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs,
                SortedSlotsSink take) {
   for (std::uint32_t slot = 0; slot <= count; ++slot) area.slots[slot] = slot;
   const Slots slots(area.slots, count);
-  if (isInOrder(area, count)) return take(slots);
   auto* const pairArea = reinterpret_cast<SortPair*>(pairs);
   auto* const otherPairs = pairArea + maxPairs;
   const TrainSort sort{area, method, pairArea, otherPairs, reinterpret_cast<std::uint64_t*>(otherPairs)};

@@ -27,8 +27,12 @@ inline constexpr std::size_t pairBufferSize = 2 * maxPairs * sizeof(SortPair);
 /// Gets the slots of a train in order, all at once or one part after the other. False ends the sort.
 using SortedSlotsSink = FunctionRef<bool(std::span<const std::uint32_t>)>;
 
+/// Whether the first `count` entries of the area lie in order, as those of an index do. In any other train the first
+/// few tell.
+[[nodiscard]] bool isInOrder(const SortArea& area, std::uint32_t count);
+
 /// Makes slot k of the area refer to entry k, for `count` entries and the end marker behind them, sorts the slots
-/// before it and hands them to `take`, an empty train too. `pairs` has pairBufferSize bytes. False when the sink ended
+/// before it, at least one, and hands them to `take`. `pairs` has pairBufferSize bytes. False when the sink ended
 /// it.
 [[nodiscard]] bool sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs,
                              SortedSlotsSink take);
