@@ -83,16 +83,20 @@ void copyRanges(const RecordFormat& format, const std::uint8_t* columns, std::ui
 // The record's columns up to the key's last one, in memory that is kept from one record to the next.
 const std::uint8_t* keyColumns(const RecordFormat& format, Bytes record) {
   static std::vector<std::uint8_t> columns;
-  columns.resize(format.keyColumns + tabWidth);
+  if (columns.size() < format.keyColumns + tabWidth) columns.resize(format.keyColumns + tabWidth);
   std::size_t column = 0;
-  for (const std::uint8_t byte : record) {
-    if (column >= format.keyColumns) break;
-    if (byte == '\t' && format.expandTabs) {
-      std::memset(&columns[column], blank, tabWidth);
-      column += tabWidth - column % tabWidth;
-    } else {
-      columns[column++] = byte;
-    }
+  while (column < format.keyColumns && !record.empty()) {
+    const std::size_t wanted = std::min<std::size_t>(record.size(), format.keyColumns - column);
+    const void* const found = format.expandTabs ? std::memchr(record.data(), '\t', wanted) : nullptr;
+    const std::size_t length =
+        found != nullptr ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - record.data()) : wanted;
+    std::memcpy(&columns[column], record.data(), length);
+    column += length;
+    record = record.subspan(length);
+    if (found == nullptr) continue;
+    std::memset(&columns[column], blank, tabWidth);
+    column += tabWidth - column % tabWidth;
+    record = record.subspan(1);
   }
   if (column < format.keyColumns) std::memset(&columns[column], blank, format.keyColumns - column);
   return columns.data();

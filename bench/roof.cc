@@ -75,22 +75,80 @@ void scanRecords(const Job& job, bench::Trains<keyLength>& trains) {
   }
 }
 
-// Walks the tree below a node in key order.
+// Walks an index in key order. Leaves come as they lie in the file, mostly, and are read many at a time.
 template <std::size_t keyLength>
-void walkNode(const std::uint8_t* index, std::size_t unit, std::uint64_t pointer, bench::Trains<keyLength>& trains) {
-  using Tree = bench::Tree<keyLength>;
-  const auto& node = *reinterpret_cast<const typename Tree::Node*>(index + pointer * unit);
-  const auto* const entries = reinterpret_cast<const typename Tree::NodeEntry*>(node.entries);
-  for (const auto& entry : std::span(entries, node.count)) {
-    if (entry.child != 0) walkNode(index, unit, entry.child, trains);
-    auto& next = trains.next();
-    next.lfa = unit == 1 ? entry.position : std::uint64_t{entry.position} * entry.length;
-    next.length = entry.length;
-    std::memcpy(next.key, entry.key, keyLength);
+struct Walk {
+  using Node = typename bench::Tree<keyLength>::Node;
+  using NodeEntry = typename bench::Tree<keyLength>::NodeEntry;
+
+  int fd;
+  bool byNumber;
+  bench::Trains<keyLength>& trains;
+  std::vector<Node> leaves = std::vector<Node>(blockSize / sizeof(Node));
+  std::uint64_t leavesStart = 0;
+  std::uint64_t leavesEnd = 0;
+
+  void run() { walkNode(readNode(1024)); }
+
+ private:
+  Node readNode(std::uint64_t offset) const {
+    Node node;
+    bench::readAt(fd, &node, sizeof node, offset);
+    return node;
+  }
+
+  const Node& leafAt(std::uint64_t offset) {
+    if (offset < leavesStart || offset >= leavesEnd) {
+      leavesStart = offset;
+      leavesEnd = offset + bench::readAt(fd, leaves.data(), blockSize, offset);
+    }
+    return leaves[(offset - leavesStart) / sizeof(Node)];
+  }
+
+  static std::span<const NodeEntry> entriesOf(const Node& node) {
+    return {reinterpret_cast<const NodeEntry*>(node.entries), node.count};
+  }
+
+  void convert(const NodeEntry& entry, bench::Entry<keyLength>& to) const {
+    to.lfa = byNumber ? std::uint64_t{entry.position} * entry.length : entry.position;
+    to.length = entry.length;
+    std::memcpy(to.key, entry.key, keyLength);
+  }
+
+  void takeEntry(const NodeEntry& entry) {
+    convert(entry, trains.next());
     trains.accept();
   }
-  if (node.right != 0) walkNode(index, unit, node.right, trains);
-}
+
+  void takeLeaf(const Node& leaf) {
+    if (trains.count + leaf.count >= trains.capacity - 1) {
+      for (const NodeEntry& entry : entriesOf(leaf)) takeEntry(entry);
+      return;
+    }
+    bench::Entry<keyLength>* next = &trains.next();
+    for (const NodeEntry& entry : entriesOf(leaf)) convert(entry, *next++);
+    trains.count += leaf.count;
+  }
+
+  void walkBelow(std::uint64_t pointer, unsigned level) {
+    if (pointer == 0) return;
+    const std::uint64_t offset = pointer * (byNumber ? sizeof(Node) : 1);
+    if (level == 0) {
+      takeLeaf(leafAt(offset));
+    } else {
+      walkNode(readNode(offset));
+    }
+  }
+
+  void walkNode(const Node& node) {
+    if (node.level == 0) return takeLeaf(node);
+    for (const NodeEntry& entry : entriesOf(node)) {
+      walkBelow(entry.child, node.level - 1U);
+      takeEntry(entry);
+    }
+    walkBelow(node.right, node.level - 1U);
+  }
+};
 
 void waitForDisk(int fd) {
   if (::fsync(fd) != 0) fail("cannot write to the disk");
@@ -112,8 +170,7 @@ template <std::size_t keyLength>
 void run(const Job& job) {
   bench::Trains<keyLength> trains(job.areaSize);
   if (job.compact) {
-    const std::size_t unit = job.format.byNumber ? 512 : 1;
-    walkNode<keyLength>(bench::mapFile(job.input).data, unit, 1024 / unit, trains);
+    Walk<keyLength>{bench::openFile(job.input, 0), job.format.byNumber, trains}.run();
   } else {
     scanRecords(job, trains);
   }

@@ -52,6 +52,10 @@ struct Merge {
       readBlock(sources[i]);
       following[i] = headOf(i, sources[i].next + 1);
     }
+    if (trains == 1) {  // no match is played
+      while (sources[0].next->lfa != ~std::uint64_t{0}) takeNext(0, take);
+      return;
+    }
     Head winner = playAll(trains);
     for (unsigned wins = 0;;) {
       const std::size_t moved = winner & sourceMask;

@@ -89,68 +89,123 @@ struct Trains {
 
   // A train that continues the one before it becomes part of it.
   void writeTrain() {
-    sort();
-    const bool continues = !starts.empty() && count != 0 && sortsBefore(last, area[pairs[0].entry]);
+    const bool inOrder = isInOrder();
+    if (!inOrder) sort();
+    const auto entryAt = [&](std::size_t i) -> const Record& { return area[inOrder ? i : pairs[i].entry]; };
+    if (count != 0) {
+      shared = std::min(shared, sharedLength(entryAt(0).key, entryAt(count - 1).key, keyLength));
+      if (!starts.empty()) shared = sharedLength(entryAt(0).key, last.key, shared);
+    }
+    const bool continues = !starts.empty() && count != 0 && sortsBefore(last, entryAt(0));
     if (!continues) {
       if (!starts.empty()) putEnd();
       starts.push_back(position);
     }
-    constexpr std::size_t ahead = 12;
-    for (std::size_t i = 0; i < count; ++i) {
-      __builtin_prefetch(&area[pairs[std::min(i + ahead, count - 1)].entry]);
-      out.put(&area[pairs[i].entry], sizeof(Record));
+    if (inOrder) {
+      out.put(area, count * sizeof(Record));
+    } else {
+      constexpr std::size_t ahead = 12;
+      for (std::size_t i = 0; i < count; ++i) {
+        __builtin_prefetch(&area[pairs[std::min(i + ahead, count - 1)].entry]);
+        out.put(&area[pairs[i].entry], sizeof(Record));
+      }
     }
-    if (count != 0) last = area[pairs[count - 1].entry];
+    if (count != 0) last = entryAt(count - 1);
     position += count * sizeof(Record);
     count = 0;
   }
 
-  // By the four bytes that follow the shared ones, from the lowest digit up; what is equal there, by comparing.
+  // By 32 bits of the keys, from the lowest digit up; what is equal there, by comparing. The bits are those of four
+  // bytes where enough of them differ, else some of eight bytes.
   void sort() {
-    const std::size_t sharedHere = sharedByAll();
-    if (count != 0) {
-      const std::size_t sharedBefore = starts.empty() ? keyLength : sharedLength(area[0].key, last.key, keyLength);
-      shared = std::min({shared, sharedHere, sharedBefore});
+    const auto [offset, differing] = findDifference();
+    if (std::popcount(differing >> 32) >= 22) {
+      sortBy([start = offset](const Record& entry) { return keyNumber<std::uint32_t>(entry, start); });
+    } else {
+      sortBy([start = offset, bits = Bits(differing)](const Record& entry) {
+        return bits.gather(keyNumber<std::uint64_t>(entry, start));
+      });
     }
-    if (isInOrder()) {
-      for (std::size_t i = 0; i < count; ++i) pairs[i].entry = static_cast<std::uint32_t>(i);
-      return;
+  }
+
+  template <typename NumberOf>
+  void sortBy(NumberOf numberOf) {
+    std::array<std::array<std::uint32_t, digitMask + 1>, 3> counts{};
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::uint32_t number = numberOf(area[i]);
+      pairs[i] = {number, static_cast<std::uint32_t>(i)};
+      for (std::size_t digit = 0; digit < counts.size(); ++digit)
+        ++counts[digit][number >> digit * digitBits & digitMask];
     }
-    for (std::size_t i = 0; i < count; ++i)
-      pairs[i] = {keyNumber<std::uint32_t>(area[i], sharedHere), static_cast<std::uint32_t>(i)};
-    for (unsigned shift = 0; shift < 32; shift += digitBits) distribute(shift);
+    for (std::size_t digit = 0; digit < counts.size(); ++digit) distribute(digit * digitBits, counts[digit]);
     for (std::size_t start = 0, end = 0; start < count; start = end) {
       for (end = start + 1; end < count && pairs[end].number == pairs[start].number;) ++end;
       sortEqual(pairs + start, pairs + end);
     }
   }
 
-  // Bytes at the start that all keys of the train share: eight at a time, until some differ.
-  std::size_t sharedByAll() const {
-    for (std::size_t offset = 0; offset < keyLength; offset += sizeof(std::uint64_t)) {
-      std::uint64_t differing = 0;
-      for (std::size_t i = 1; i < count; ++i)
-        differing |= keyNumber<std::uint64_t>(area[i], offset) ^ keyNumber<std::uint64_t>(area[0], offset);
-      if (differing != 0) {
-        return std::min(offset, keyLength - sizeof differing) +
-               static_cast<std::size_t>(std::countl_zero(differing)) / 8;
+  // Up to 32 of the bits in which eight bytes differ, side by side: of each byte those below its highest one.
+  struct Bits {
+    struct Part {
+      unsigned shift;
+      unsigned width;
+    };
+    std::array<Part, 8> parts{};
+    std::size_t partCount = 0;
+
+    explicit Bits(std::uint64_t differing) {
+      unsigned left = 32;
+      for (unsigned low = 64; low > 0 && left > 0;) {
+        low -= 8;
+        const auto span = static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing >> low)));
+        const unsigned width = std::min(span, left);
+        if (width > 0) parts[partCount++] = {low + span - width, width};
+        left -= width;
       }
     }
-    return keyLength;
+    std::uint32_t gather(std::uint64_t bytes) const {
+      std::uint32_t bits = 0;
+      for (std::size_t i = 0; i < partCount; ++i) {
+        const auto part = static_cast<std::uint32_t>(bytes >> parts[i].shift);
+        bits = bits << parts[i].width | (part & ((1U << parts[i].width) - 1));
+      }
+      return bits;
+    }
+  };
+
+  // The first key byte that differs, or the last eight bytes of the key, and the bits that differ from there on.
+  std::pair<std::size_t, std::uint64_t> findDifference() const {
+    std::uint64_t differing = 0;
+    for (std::size_t offset = 0; offset < keyLength; offset += sizeof differing) {
+      differing = differingFrom(offset);
+      if (differing == 0) continue;
+      const std::size_t begin = std::min(offset, keyLength - sizeof differing);
+      const std::size_t first = begin + static_cast<std::size_t>(std::countl_zero(differing)) / 8;
+      return {first, first == begin ? differing : differingFrom(first)};
+    }
+    return {0, 0};
+  }
+
+  std::uint64_t differingFrom(std::size_t offset) const {
+    std::uint64_t differing = 0;
+    const std::uint64_t first = keyNumber<std::uint64_t>(area[0], offset);
+    for (std::size_t i = 1; i < count; ++i) differing |= keyNumber<std::uint64_t>(area[i], offset) ^ first;
+    return differing;
   }
 
   bool isInOrder() const {
-    for (std::size_t i = 1; i < count; ++i)
-      if (!sortsBefore(area[i - 1], area[i])) return false;
+    for (std::size_t i = 1; i < count; ++i) {
+      const auto before = keyNumber<std::uint64_t>(area[i - 1], 0);
+      const auto number = keyNumber<std::uint64_t>(area[i], 0);
+      if (number < before || (number == before && !sortsBefore(area[i - 1], area[i]))) return false;
+    }
     return true;
   }
 
   static constexpr unsigned digitBits = 11;
   static constexpr std::uint32_t digitMask = (1U << digitBits) - 1;
 
-  void distribute(unsigned shift) {
-    std::array<std::uint32_t, digitMask + 1> place{};
-    for (std::size_t i = 0; i < count; ++i) ++place[pairs[i].number >> shift & digitMask];
+  void distribute(std::size_t shift, std::array<std::uint32_t, digitMask + 1>& place) {
     if (std::ranges::find(place, count) != place.end()) return;
     std::uint32_t sum = 0;
     for (std::uint32_t& start : place) sum += std::exchange(start, sum);

@@ -61,14 +61,13 @@ struct Tree {
       child = writeNode(levels[level]);
     }
     if (level > top) top = level;
-    NodeEntry added{};
+    Node& node = levels[level];
+    auto& added = reinterpret_cast<NodeEntry*>(node.entries)[node.count++];
     added.position = static_cast<std::uint32_t>(byNumber ? entry.lfa / entry.length : entry.lfa);
     added.child = child;
     added.duplicate = duplicate;
     added.length = entry.length;
     std::memcpy(added.key, entry.key, keyLength);
-    Node& node = levels[level];
-    std::memcpy(node.entries + node.count++ * sizeof added, &added, sizeof added);
   }
 
   void finish() {
