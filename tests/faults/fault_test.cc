@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "faults/jobs.h"
 
@@ -9,76 +10,96 @@ namespace {
 
 struct Kind {
   const char* name;  // kind, code and scope of a fault
-  bool transfersOnly;
+  bool transfersOnly = false;
 };
-constexpr Kind kinds[] = {{"error 5 once", false},  {"error 5 same", false},   {"error 5 all", false},
-                          {"error 28 same", false}, {"error 4 thrice", false}, {"short 0 once", true},
-                          {"short 0 same", true},   {"zero 0 once", true},     {"zero 0 same", true}};
-static_assert(EIO == 5 && ENOSPC == 28 && EINTR == 4);
+constexpr Kind kinds[] = {{"error 5 once"},       {"error 5 same"},      {"error 5 all"},
+                          {"error 28 same"},      {"error 4 thrice"},    {"short 0 once", true},
+                          {"short 0 same", true}, {"zero 0 once", true}, {"zero 0 same", true}};
+constexpr const char* signals[] = {"before 2 once", "before 15 once", "before 1 once",
+                                   "after 2 once",  "after 15 once",  "after 1 once"};
+static_assert(EIO == 5 && ENOSPC == 28 && EINTR == 4 && SIGINT == 2 && SIGTERM == 15 && SIGHUP == 1);
 
-bool isTransfer(const LoggedCall& call) { return call.what().ends_with("read") || call.what().ends_with("write"); }
+std::string faultAt(const char* kind, std::size_t number) { return kind + (" " + std::to_string(number)); }
 
-std::string faultAt(const Kind& kind, std::size_t number) { return kind.name + (" " + std::to_string(number)); }
-
-class Fault : public testing::TestWithParam<Job> {
+class Fault : public JobTest {
  protected:
-  Fault() : before(filesBefore(workshop, job)), clean(workshop.run(before, job.arguments)) {
-    EXPECT_EQ(clean.exitStatus, job.does == Does::refuses ? 1 : 0) << clean.output;
-    EXPECT_GT(clean.calls.size(), 3U) << "the layer sees nothing: is it preloaded?";
-  }
-
   [[nodiscard]] bool meets(const Kind& kind, std::size_t number) const {
-    return !kind.transfersOnly || isTransfer(clean.calls[number - 1]);
+    const std::string_view call = clean.calls[number - 1].what();
+    return !kind.transfersOnly || call.ends_with("read") || call.ends_with("write");
   }
 
-  void tryFaults(const std::string& faults, std::size_t every) {
+  // Counts the cases, and runs one in `every` of them; the first fault strikes the call of this number.
+  template <typename Look>
+  void tryFaults(const std::string& faults, std::size_t number, std::size_t every, Look look) {
     if (!isInShare(cases++, every)) return;
-    const Outcome now = workshop.run(before, job.arguments, faults);
-    std::string where = faults;
-    for (std::size_t i = 1; i <= now.calls.size() && where.size() < 200; ++i) {
-      if (now.calls[i - 1].faulted != 0) where += ", " + std::to_string(i) + " " + now.describe(i);
+    constexpr std::size_t shown = 40;
+    const std::string trouble = look(run(faults));
+    if (!trouble.empty() && ++troubles <= shown) {
+      ADD_FAILURE() << faults << ", " << clean.describe(number) << ": " << trouble;
     }
-    troubles.add(troubleOf(job, before, clean, now), where);
+  }
+  void tryFaults(const std::string& faults, std::size_t number, std::size_t every) {
+    tryFaults(faults, number, every, [this](const Outcome& now) { return troubleOf(now); });
   }
 
-  const Job& job = GetParam();
-  Workshop workshop;
-  Files before;
-  Outcome clean;
   std::size_t cases = 0;
-  Troubles troubles;
+  std::size_t troubles = 0;
 };
 
 TEST_P(Fault, AtAnyCallEndsInSuccessOrInACleanFailure) {
   const std::size_t every = 7 + 6 * (clean.calls.size() / 50);  // no multiple of 2 or 3: of all kinds some are tried
   for (std::size_t number = 1; number <= clean.calls.size(); ++number) {
     for (const Kind& kind : kinds) {
-      if (meets(kind, number)) tryFaults(faultAt(kind, number), every);
+      if (meets(kind, number)) tryFaults(faultAt(kind.name, number), number, every);
     }
   }
-  EXPECT_EQ(troubles.text(), "");
 }
-
-INSTANTIATE_TEST_SUITE_P(Jobs, Fault, testing::ValuesIn(allJobs()), testing::PrintToStringParamName());
 
 // A second fault strikes when the first one is being dealt with: in a restored backup, in a clean-up.
 class SecondFault : public Fault {};
 
 TEST_P(SecondFault, AtAnyLaterCallCostsNoIndexEither) {
-  constexpr Kind pairs[][2] = {{{"zero 0 once", true}, {"error 5 once", false}},
-                               {{"error 5 once", false}, {"error 5 same", false}},
-                               {{"error 5 once", false}, {"zero 0 same", true}}};
+  constexpr Kind pairs[][2] = {{{"zero 0 once", true}, {"error 5 once"}},
+                               {{"error 5 once"}, {"error 5 same"}},
+                               {{"error 5 once"}, {"zero 0 same", true}}};
   for (const auto& [first, second] : pairs) {
     for (std::size_t i = 1; i <= clean.calls.size(); ++i) {
       if (!meets(first, i)) continue;
-      for (std::size_t j = i + 1; j < i + 30; ++j) tryFaults(faultAt(first, i) + ";" + faultAt(second, j), 31);
+      for (std::size_t j = i + 1; j < i + 30; ++j) {
+        tryFaults(faultAt(first.name, i) + " " + faultAt(second.name, j), i, 31);
+      }
     }
   }
-  EXPECT_EQ(troubles.text(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Jobs, SecondFault, testing::Values(jobNamed("CompactInPlace"), jobNamed("TextLf")),
-                         testing::PrintToStringParamName());
+class Signal : public Fault {};
+
+TEST_P(Signal, AtAnyCallLeavesNothingBehindOrAWholeIndexAndTheClosingLine) {
+  constexpr std::size_t lateCalls = 13;  // there are not more behind the last that matters
+  std::size_t successes = 0;
+  const auto troubleOfSignal = [&](const Outcome& now) -> std::string {
+    if (now.exitStatus > 0 && !now.output.ends_with("Processing aborted via user interrupt.\n")) {
+      return "interrupted without saying so";
+    }
+    if (now.exitStatus == 0) ++successes;
+    if (now.exitStatus == 0 && clean.showsTimes && !now.showsTimes) return "success without the line of times";
+    return troubleOf(now, true);
+  };
+  for (std::size_t number = 1; number <= clean.calls.size(); ++number) {
+    const bool late = clean.showsTimes && number + lateCalls > clean.calls.size();
+    for (const char* const signal : signals) tryFaults(faultAt(signal, number), number, late ? 1 : 5, troubleOfSignal);
+  }
+  EXPECT_TRUE(successes > 0 || !clean.showsTimes);
+}
+
+const auto printName = testing::PrintToStringParamName();
+INSTANTIATE_TEST_SUITE_P(Jobs, Fault, testing::ValuesIn(allJobs()), printName);
+INSTANTIATE_TEST_SUITE_P(Jobs, SecondFault, testing::ValuesIn(jobsNamed({"CompactInPlace", "TextLf"})), printName);
+INSTANTIATE_TEST_SUITE_P(Jobs, Signal,
+                         testing::ValuesIn(jobsNamed({"TextLf", "DuplicatesListed", "NewDataFile", "Reindex",
+                                                      "CompactInPlace", "CompactInPlaceAlone", "CompactIntoNewFile",
+                                                      "Check", "Display"})),
+                         printName);
 
 }  // namespace
 }  // namespace tarnvale

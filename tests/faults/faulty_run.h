@@ -1,7 +1,6 @@
 // A program started under the fault layer, and all that is there afterwards.
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -16,8 +15,8 @@ using Files = std::map<std::string, std::string>;  // their bytes by their names
 struct LoggedCall : CallRecord {
   std::string bytes;  // the payload
 
-  [[nodiscard]] std::string what() const { return name; }
-  [[nodiscard]] std::string onFile() const { return file; }
+  [[nodiscard]] std::string_view what() const { return name; }
+  [[nodiscard]] std::string_view onFile() const { return file; }
 };
 
 struct Outcome {
@@ -27,25 +26,22 @@ struct Outcome {
   Files files;
   std::vector<LoggedCall> calls;
 
+  [[nodiscard]] bool says(std::string_view text) const { return output.find(text) != std::string::npos; }
   /// True when a call of this name on this file failed.
-  [[nodiscard]] bool failed(const std::string& call, const std::string& file) const;
-  /// The call, or nothing.
+  [[nodiscard]] bool failed(std::string_view call, std::string_view file) const;
   [[nodiscard]] std::string describe(std::size_t number) const;
 };
 
 /// A folder in which runs begin with the same files.
 class Workshop {
  public:
-  /// Runs the program on `arguments`, or another one where they begin with "check " or "read ". A run that hangs is
-  /// ended.
-  Outcome run(const Files& before, const std::string& arguments, const std::string& faults = "") const;
+  /// Runs the program on `arguments`, or another one where they begin with "check" or "read".
+  Outcome run(const Files& before, const std::string& arguments, const std::string& faults = "");
 
  private:
-  [[nodiscard]] Files files() const;
-  void put(const Files& wanted) const;
-
   TestFolder folder_;
   TestFolder notes_;  // log and output
+  Files present_;     // in the folder
 };
 
 /// True for a share of the cases, so that all of them take less than a minute; for each one when the environment holds

@@ -1,6 +1,8 @@
 // The jobs that are run under faults and signals, and what must hold after each run.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -22,24 +24,27 @@ struct Job {
 std::ostream& operator<<(std::ostream& stream, const Job& job);
 
 const std::vector<Job>& allJobs();
-const Job& jobNamed(const std::string& name);
+/// Those of these names.
+std::vector<Job> jobsNamed(const std::vector<std::string>& names);
 
-/// The files that a job begins with.
-Files filesBefore(const Workshop& workshop, const Job& job);
+/// A job, the files that it begins with, and its run without faults.
+class JobTest : public testing::TestWithParam<Job> {
+ protected:
+  JobTest();
+  Outcome run(const std::string& faults) { return workshop.run(before, job.arguments, faults); }
+  /// What does not hold after a run with faults; empty when all is well.
+  [[nodiscard]] std::string troubleOf(const Outcome& now, bool interrupted = false) const;
 
-/// What does not hold after a run with faults, beside the same run without; empty when all is well.
-std::string troubleOf(const Job& job, const Files& before, const Outcome& clean, const Outcome& now,
-                      bool interrupted = false);
-
-/// What went wrong in many runs: a line each, shown up to a number of them.
-class Troubles {
- public:
-  void add(const std::string& trouble, const std::string& where);
-  [[nodiscard]] std::string text() const;
+  const Job& job = GetParam();
+  Workshop workshop;
+  Files before;
+  Outcome clean;
 
  private:
-  std::size_t count_ = 0;
-  std::string text_;
+  [[nodiscard]] std::string troubleOfFiles(const Outcome& now) const;
+  [[nodiscard]] std::string troubleOfList(const Outcome& now, bool interrupted) const;
+  [[nodiscard]] std::string troubleInPlace(const Outcome& now, bool interrupted) const;
+  [[nodiscard]] std::string troubleAfterFailure(const Outcome& now, bool interrupted) const;
 };
 
 }  // namespace tarnvale
