@@ -41,8 +41,8 @@ void checkSelection(const Selection& selection) {
          "conditions ascend");
   demand(selection.termCount <= maxSelectionTerms, "terms keep their limit");
   for (const SelectionTerm& term : std::span(selection.terms).first(selection.termCount)) {
-    demand(term.textLength >= 1 && term.textLength <= maxTermLength, "strings of terms keep their limits");
-    demand(selection.textOf(term).size() == term.textLength, "strings of terms lie in their store");
+    const std::size_t length = selection.textOf(term).size();
+    demand(length == term.textLength && length >= 1 && length <= maxTermLength, "strings lie in their store");
   }
 }
 
@@ -80,29 +80,21 @@ void checkStored(const Settings& built, const Environment& environment, Messages
 
 // Takes from the end of the input what stands behind its last 0xFF.
 std::string_view takeLastPart(std::string_view& input) {
-  const std::size_t separator = input.rfind('\xFF');
-  if (separator == std::string_view::npos) return {};
-  const std::string_view part = input.substr(separator + 1);
-  input = input.substr(0, separator);
+  const std::size_t end = std::min(input.rfind('\xFF'), input.size());
+  const std::string_view part = input.substr(std::min(end + 1, input.size()));
+  input = input.substr(0, end);
   return part;
 }
 
 }  // namespace
-}  // namespace tarnvale
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  ::setenv("QLX_SYSTEM", tarnvale::ScratchFile::folder().c_str(), 1);
+void tryInput(std::string_view input) {
+  ::setenv("QLX_SYSTEM", ScratchFile::folder().c_str(), 1);
   ::setenv("QLX_TERM", "terminal", 1);
-  return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tarnvale;
   static const ScratchFile iniFile("environment.ini");
   static const ScratchFile definitionFile("terminal.def");
   static Messages messages;
   messages.debugMode = true;
-  std::string_view input(reinterpret_cast<const char*>(data), size);
   definitionFile.fill(std::string(definitionOffset, '\0').append(takeLastPart(input)));
   iniFile.fill(takeLastPart(input));
   input = input.substr(0, input.find('\0')).substr(0, maxCommandLine);  // what the arguments of a program can hold
@@ -115,5 +107,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (command.status == status::success && command.settings.isBuild()) {
     checkStored(command.settings, environment, messages);
   }
-  return 0;
 }
+
+}  // namespace tarnvale

@@ -15,13 +15,7 @@
 namespace tarnvale {
 namespace {
 
-namespace choice {
-constexpr std::uint8_t makeHeader = 1;
-constexpr std::uint8_t bigEndian = 2;
-constexpr std::uint8_t keylessAllowed = 4;
-constexpr std::uint8_t copyInPlace = 8;
-}  // namespace choice
-
+enum Choice : std::uint8_t { makeHeader = 1, bigEndian = 2, keylessAllowed = 4, copyInPlace = 8 };
 constexpr std::size_t makingSize = 7;  // bytes that make a header
 
 // Brings what stands behind a header into the other byte order.
@@ -36,31 +30,33 @@ void swapNodes(std::string& file, std::uint32_t entrySize) {
   }
 }
 
-std::string madeFile(std::string_view input, bool bigEndian) {
+std::string madeFile(std::string_view input, bool swapped) {
   if (input.size() < makingSize) return {};
-  const auto byteAt = [&](std::size_t i) { return static_cast<std::uint8_t>(input[i]); };
   IsiHeader header{};
-  std::memcpy(header.magic.data(), "SISI", header.magic.size());
+  header.magic = {'S', 'I', 'S', 'I'};
   header.versionWord = isiVersion;
-  header.keyLength = static_cast<std::uint16_t>(byteAt(0) % (maxKeyLength + 1));
-  header.recordFlags = byteAt(1);
+  header.keyLength = static_cast<std::uint16_t>(byteAt(input, 0) % (maxKeyLength + 1));
+  header.recordFlags = byteAt(input, 1);
   const bool byOffset = (header.recordFlags & record_flag::byOffset) != 0;
-  header.indexFlags = static_cast<std::uint8_t>((byteAt(2) & ~index_flag::recordNumbers) | (byOffset ? 0 : 1));
+  header.indexFlags = static_cast<std::uint8_t>((byteAt(input, 2) & ~index_flag::recordNumbers) | (byOffset ? 0 : 1));
   std::memcpy(&header.deletedListHead, input.data() + 3, sizeof header.deletedListHead);
-  std::string file(reinterpret_cast<const char*>(&header), sizeof header);
-  file.append(input.substr(makingSize));
-  if (bigEndian) {
+  std::string file(sizeof header, '\0');
+  file += input.substr(makingSize);
+  if (swapped) {
     swapNodes(file, isiEntrySize(header.keyLength));
     swapHeader(header);
     swapBytes(header.versionWord);
-    std::memcpy(file.data(), &header, sizeof header);
   }
+  std::memcpy(file.data(), &header, sizeof header);
   return file;
 }
 
-std::string keyOf(const IndexCursor& cursor) {
-  return {reinterpret_cast<const char*>(isiEntryKey(cursor.entry)), cursor.handle->keyLength};
-}
+// A file that could be opened, and a cursor on it.
+struct OpenIndex {
+  IsiHandle handle;
+  IndexCursor cursor;
+  std::uint64_t mostEntries;
+};
 
 // What holds of an entry that the cursor has moved to.
 void checkEntry(const IndexCursor& cursor) {
@@ -77,43 +73,40 @@ void checkEntry(const IndexCursor& cursor) {
   }
 }
 
-// Walks on to the end; the keys that it has met, the last one first when it goes backwards, and whether there was an
-// end.
-std::vector<std::string> walk(IndexCursor& cursor, bool backwards, std::uint64_t fileLength, bool& whole) {
-  std::uint64_t entriesLeft = (fileLength / nodeSize + 1) * cursor.handle->entriesPerNode;
+// The keys that a walk has met, in ascending order, and whether it came to the end.
+struct Walk {
   std::vector<std::string> keys;
+  bool whole;
+};
+
+Walk walkOn(OpenIndex& index, bool backwards) {
+  Walk walk{};
+  IndexCursor& cursor = index.cursor;
   const auto step = [&] { return backwards ? previousEntry(cursor) : nextEntry(cursor); };
-  IndexResult result = step();
-  for (; result == IndexResult::done; result = step()) {
-    demand(entriesLeft-- > 0, "a walk gives no more entries than the file has");
+  IndexResult result = IndexResult::done;
+  while ((result = step()) == IndexResult::done) {
+    demand(walk.keys.size() < index.mostEntries, "a walk gives no more entries than the file has");
     checkEntry(cursor);
-    keys.push_back(keyOf(cursor));
-    if (keys.size() == 1) continue;
-    const std::string& before = keys[keys.size() - 2];
-    demand(backwards ? keys.back() <= before : before <= keys.back(), "keys ascend");
+    walk.keys.emplace_back(reinterpret_cast<const char*>(isiEntryKey(cursor.entry)), index.handle.keyLength);
   }
-  whole = result == IndexResult::endOfIndex;
-  demand(!whole || step() == IndexResult::endOfIndex, "the end stays the end");
-  return keys;
+  if (backwards) std::ranges::reverse(walk.keys);
+  demand(std::ranges::is_sorted(walk.keys), "keys ascend");
+  walk.whole = result == IndexResult::endOfIndex;
+  demand(!walk.whole || step() == IndexResult::endOfIndex, "the end stays the end");
+  return walk;
 }
 
-// Looks for a key among those that the walk has met, or where it went wrong among unknown ones.
-void lookUp(IndexCursor& cursor, const IsiHandle& handle, const std::vector<std::string>& keys, bool wholeWalk,
-            const std::string& key, std::uint64_t fileLength) {
+// Looks for a key among those of the walk from the beginning, or where that went wrong among unknown ones.
+void lookUp(OpenIndex& index, const Walk& all, const std::string& key) {
   for (const bool behind : {false, true}) {
+    const auto isLeft = [&](const std::string& other) { return other.compare(0, key.size(), key) < (behind ? 1 : 0); };
+    const auto place = std::ranges::partition_point(all.keys, isLeft);
     for (const bool backwards : {false, true}) {
-      if ((behind ? seekBehind : seekBefore)(cursor, handle, key) != IndexResult::done) continue;
-      bool whole = false;
-      std::vector<std::string> found = walk(cursor, backwards, fileLength, whole);
-      if (!wholeWalk) continue;
-      const auto isLeft = [&](const std::string& other) {
-        return behind ? other.compare(0, key.size(), key) <= 0 : other.compare(0, key.size(), key) < 0;
-      };
-      const auto place = std::ranges::partition_point(keys, isLeft);
-      if (backwards) std::ranges::reverse(found);
-      const auto [first, last] = backwards ? std::pair(keys.begin(), place) : std::pair(place, keys.end());
-      demand(whole && std::equal(found.begin(), found.end(), first, last),
-             "from a key on both directions give the entries of a walk");
+      if ((behind ? seekBehind : seekBefore)(index.cursor, index.handle, key) != IndexResult::done) continue;
+      const Walk found = walkOn(index, backwards);
+      const bool same = backwards ? std::equal(found.keys.begin(), found.keys.end(), all.keys.begin(), place)
+                                  : std::equal(found.keys.begin(), found.keys.end(), place, all.keys.end());
+      demand(!all.whole || (found.whole && same), "from a key on both directions give the entries of a walk");
     }
   }
 }
@@ -135,35 +128,32 @@ void copyDeletedList(IsiHandle& handle, int target, bool inPlace) {
 }
 
 }  // namespace
-}  // namespace tarnvale
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tarnvale;
+void tryInput(std::string_view input) {
   static const ScratchFile indexFile("index.ISI");
   static const ScratchFile copyFile("copy.ISI");
-  if (size == 0) return 0;
-  const auto chosen = [&](std::uint8_t bit) { return (data[0] & bit) != 0; };
-  const std::string_view input(reinterpret_cast<const char*>(data + 1), size - 1);
-  const std::string file = chosen(choice::makeHeader) ? madeFile(input, chosen(choice::bigEndian)) : std::string(input);
+  if (input.empty()) return;
+  const auto chosen = [&](Choice bit) { return (byteAt(input, 0) & bit) != 0; };
+  const std::string_view rest = input.substr(1);
+  const std::string file = chosen(makeHeader) ? madeFile(rest, chosen(bigEndian)) : std::string(rest);
   indexFile.fill(file);
 
-  static IsiHandle handle;
+  static OpenIndex index;
+  IsiHandle& handle = index.handle;
   handle = {};
-  handle.keylessAllowed = chosen(choice::keylessAllowed);
-  if (openIndex(handle, indexFile.fd()) != IndexResult::done) return 0;
+  handle.keylessAllowed = chosen(keylessAllowed);
+  if (openIndex(handle, indexFile.fd()) != IndexResult::done) return;
   demand(handle.keyLength <= maxKeyLength, "a key has a length that is allowed");
   demand(handle.entriesPerNode * handle.entrySize <= IsiNode::entryBytes, "entries fit their node");
-  static IndexCursor cursor;
-  startCursor(cursor, handle);
-  bool whole = false;
-  const std::vector<std::string> keys = walk(cursor, false, file.size(), whole);
-  lookUp(cursor, handle, keys, whole, "", file.size());
-  lookUp(cursor, handle, keys, whole, std::string(file, rootOffset + sizeof(IsiEntryHead), handle.keyLength / 2),
-         file.size());
-  if (!keys.empty())
-    lookUp(cursor, handle, keys, whole, keys[static_cast<std::uint8_t>(file.back()) % keys.size()], file.size());
-  const bool inPlace = chosen(choice::copyInPlace);
+  index.mostEntries = (file.size() / nodeSize + 1) * handle.entriesPerNode;
+  startCursor(index.cursor, handle);
+  const Walk all = walkOn(index, false);
+  std::vector<std::string> sought = {"", file.substr(rootOffset + sizeof(IsiEntryHead), handle.keyLength / 2)};
+  if (!all.keys.empty()) sought.push_back(all.keys[static_cast<std::uint8_t>(file.back()) % all.keys.size()]);
+  for (const std::string& key : sought) lookUp(index, all, key);
+  const bool inPlace = chosen(copyInPlace);
   copyFile.fill({});
   copyDeletedList(handle, inPlace ? indexFile.fd() : copyFile.fd(), inPlace);
-  return 0;
 }
+
+}  // namespace tarnvale
