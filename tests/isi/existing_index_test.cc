@@ -1,14 +1,17 @@
-#include "isi/index_cursor.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <random>
 
 #include "isi/command_text.h"
+#include "isi/data_file_lock.h"
+#include "isi/index_cursor.h"
+#include "support/held_lock.h"
 #include "support/index_file.h"
 #include "support/test_parts.h"
 
@@ -17,13 +20,22 @@ namespace {
 
 using enum IndexResult;
 
+struct MadeIndex {
+  std::string bytes;
+  std::vector<IndexEntry> entries;  // that it should have
+};
+
 // An index of `count` records, `alike` of each key.
-std::string makeIndex(std::size_t count, const std::string& options, std::size_t deleted = 0, std::size_t alike = 2) {
-  TestBuild run;
+MadeIndex makeIndex(std::size_t count, const std::string& options, std::size_t alike = 2) {
   std::string data;
-  for (std::size_t i = 0; i < count; ++i) data += std::to_string(1000000000 + i / alike * 7919 % 10007) + "\n";
-  EXPECT_EQ(run.build(data + std::string(deleted * 11, '\0'), options, "l10"), status::success);
-  return run.index();
+  std::vector<DataRecord> records;
+  for (std::size_t i = 0; i < count; ++i) {
+    records.push_back({data.size(), 11, std::to_string(1000000000 + i / alike * 7919 % 10007)});
+    data += records.back().key + "\n";
+  }
+  TestBuild run;
+  EXPECT_EQ(run.build(data, options, "l10"), status::success);
+  return {run.index(), expectedEntries(records, run.settings.recordNumberAddressing)};
 }
 
 // An index file, opened and walked.
@@ -52,13 +64,15 @@ struct Walk {
   }
 };
 
-TEST(IndexCursor, StepsBothWaysFromEveryKeyInBothByteOrders) {
+// Twenty entries to a node, or four: with some of the numbers a node or a whole level has just become full.
+TEST(IndexCursor, StepsBothWaysFromEveryKeyOfAFullTreeInBothByteOrders) {
   std::mt19937 random(5);
   for (const char* const options : {"1-10", "v,1-10", "m20,1-10"}) {
-    for (const std::size_t count : {0U, 1U, 3U, 21U, 22U, 441U, 1500U}) {
-      const std::string bytes = makeIndex(count, options, 0, 3);
-      const std::vector<IndexEntry> entries = readIndex(bytes, *options == 'm' ? 4 : 0).entries;
-      ASSERT_EQ(entries.size(), count);
+    for (const std::size_t count : {0U, 1U, 3U, 20U, 21U, 22U, 440U, 441U, 442U, 462U, 1500U, 9261U}) {
+      const auto [bytes, entries] = makeIndex(count, options, 3);
+      const IndexFile index = readIndex(bytes, *options == 'm' ? 4 : 0);
+      EXPECT_EQ(index.faults, "") << options << count;
+      ASSERT_TRUE(index.entries == entries) << options << count;
       for (const std::string& twin : {bytes, otherByteOrder(bytes)}) {
         Walk walk(twin);
         for (int turn = 0; turn < 60; ++turn) {
@@ -86,17 +100,13 @@ TEST(IndexCursor, StepsBothWaysFromEveryKeyInBothByteOrders) {
 }
 
 TEST(IndexCursor, GoesOnWhereDuplicateNumbersStartAgainAtZero) {
-  const std::string bytes = makeIndex(70000, "1-10", 0, 70000);
-  std::vector<DataRecord> records;
-  for (std::uint64_t i = 0; i < 70000; ++i) records.push_back({i * 11, 11, "1000000000"});
+  const auto [bytes, entries] = makeIndex(70000, "1-10", 70000);
   Walk walk(bytes);
   EXPECT_EQ(walk.toEnd(), endOfIndex);
-  EXPECT_TRUE(walk.entries == expectedEntries(records, true));
-  EXPECT_TRUE(walk.entries[65535].duplicateNumber == 65535 && walk.entries[65536].duplicateNumber == 0);
-  EXPECT_EQ(readIndex(bytes).faults, "");
+  EXPECT_TRUE(walk.entries == entries);
   // Whoever removes entries leaves a gap, but half of all numbers is a step back.
   for (const auto& [number, result] : {std::pair{0x7FFFU, endOfIndex}, {0x8000U, inconsistent}}) {
-    std::string two = makeIndex(2, "1-10");
+    std::string two = makeIndex(2, "1-10").bytes;
     setNumberAt(two, 1024 + 24 + 8, 2, number);
     EXPECT_EQ(Walk(two).toEnd(), result);
   }
@@ -113,15 +123,9 @@ void linkAllToNext(std::string& bytes) {
   }
 }
 
-// The first leaf, in the place of the names.
-void moveLeafIntoHeader(std::string& bytes) {
-  bytes.replace(512, 512, bytes, 2048, 512);
-  setNumberAt(bytes, 25 * 512 + 4, 4, 512);
-}
-
 // Leaves are the nodes 4 to 24; the inner node 25 refers to them. The root refers to it and to its later neighbour.
 TEST(IndexCursor, EndsWithAnErrorOnADamagedFile) {
-  const std::string good = makeIndex(463, "v,1-10");
+  const std::string good = makeIndex(463, "v,1-10").bytes;
   constexpr std::size_t leaf = 2048;
   constexpr std::size_t inner = 25 * 512;
   const struct {
@@ -138,7 +142,8 @@ TEST(IndexCursor, EndsWithAnErrorOnADamagedFile) {
                {"empty root with a child", [](auto& b) { b[1024 + 500] = 0; }, inconsistent},
                {"too many entries in a leaf", [](auto& b) { b[leaf + 500] = '\xFF'; }, inconsistent},
                {"empty leaf", [](auto& b) { b[leaf + 500] = 0; }, inconsistent},
-               {"leaf in the header area", moveLeafIntoHeader, inconsistent},
+               {"child in the header area",
+                [](auto& b) { setNumberAt(b.replace(512, 512, b, leaf, 512), inner + 4, 4, 512); }, inconsistent},
                {"child beyond the end", [](auto& b) { setNumberAt(b, inner + 4, 4, 0xFFFFFE00); }, nodeMissing},
                {"cut file", [](auto& b) { b.resize(inner + 100); }, nodeMissing},
                {"node below itself", [](auto& b) { setNumberAt(b, inner + 4, 4, inner); }, treeTooDeep},
@@ -170,6 +175,62 @@ TEST(StoredCommand, GetsTheNewIndexNameAndKeepsTheRest) {
     std::string field = c.stored + std::string(528 - c.stored.size(), '\0');
     EXPECT_EQ(replaceIndexName(field, c.own), c.status) << c.stored;
     EXPECT_EQ(field, c.result + std::string(528 - c.result.size(), '\0'));
+  }
+}
+
+constexpr Lock writeLastOfUpdate = {F_WRLCK, 0x7FFFFFFFFFFFFFFE, 1};
+
+TEST(DataFileLock, KeepsCompactionsAndApplicationsApart) {
+  using enum LockResult;
+  const struct {
+    std::optional<Lock> held;  // by an application
+    bool locking;
+    bool inPlace;
+    LockResult result;
+    bool waits;
+    std::string othersMay;  // read access, write access, read update, write update
+  } cases[] = {{{}, false, true, granted, false, "nnyy"},
+               {{}, true, true, granted, false, "ynnn"},
+               {{}, true, false, granted, false, "ynyn"},
+               {readAccess, false, true, accessRefused, false, "ynyy"},
+               {writeUpdate, false, true, granted, false, "nnnn"},
+               {readAccess, true, true, granted, false, "ynnn"},
+               {writeAccess, true, true, accessRefused, false, "nnyy"},
+               {readUpdate, true, false, granted, false, "ynyn"},
+               {readUpdate, true, true, granted, true, "ynnn"},
+               {writeUpdate, true, false, granted, true, "ynyn"}};
+  // Signals end no wait; at the fifth one the application gives its lock up.
+  static const HeldLock* application = nullptr;
+  static int signals = 0;
+  struct sigaction wake {};
+  wake.sa_handler = [](int) {
+    if (++signals == 5) application->giveUp();
+  };
+  ::sigaction(SIGALRM, &wake, nullptr);
+  for (const auto& c : cases) {
+    const TestFolder folder;
+    const std::string data = folder.write("data", "bytes");
+    const int probe = ::open(data.c_str(), O_RDWR);  // stays open: a close would give up the locks of this process
+    const auto othersMay = [&](const Lock& lock) { return askLock(probe, F_OFD_GETLK, lock).l_type == F_UNLCK; };
+    const HeldLock held(data, c.held.value_or(Lock{F_UNLCK, 0, 0}));
+    application = &held;
+    signals = 0;
+    DataFileLock lock;
+    EXPECT_TRUE(lock.name.assign(data));
+    ::ualarm(20000, 20000);
+    EXPECT_EQ(c.locking ? lockShared(lock, c.inPlace) : lockExclusive(lock, 1), c.result);
+    ::ualarm(0, 0);
+    EXPECT_EQ(signals >= 5, c.waits);
+    std::string may;
+    for (const Lock& other : {readAccess, writeAccess, readUpdate, writeLastOfUpdate}) {
+      may += othersMay(other) ? 'y' : 'n';
+    }
+    EXPECT_EQ(may, c.othersMay);
+    held.giveUp();
+    EXPECT_TRUE(releaseCompactLock(lock) && othersMay(writeUpdate));
+    closeDataFileLock(lock);
+    EXPECT_TRUE(othersMay(writeAccess));
+    ::close(probe);
   }
 }
 
