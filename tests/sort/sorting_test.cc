@@ -1,6 +1,4 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -41,57 +39,50 @@ Entries makeEntries(std::size_t count, std::size_t keyLength, std::mt19937& rand
   return entries;
 }
 
-// Sends entries through trains and merge, in a sort area of `areaSize` bytes.
-struct Sorting {
-  TestFolder folder;
+// Sends entries through trains and merge, in a sort area of `areaSize` bytes; how many trains there were.
+// `lastIsKnown`: the source says that a full train is the last one, instead of giving an empty one behind it.
+std::uint32_t expectSorted(std::size_t areaSize, std::size_t keyLength, Entries entries, const SortLimits& limits = {},
+                           bool lastIsKnown = false) {
+  const TestFolder folder;
   TestMessages messages;
   TestFiles files;
-  TestSorter sorter;
-  std::uint32_t trains = 0;
+  TestSorter sorter(static_cast<std::uint32_t>(areaSize), limits);
+  EXPECT_TRUE(sorter.start(static_cast<std::uint32_t>(keyLength), messages));
+  EXPECT_TRUE(createWorkFiles(files, messages, folder.path("tmp"), ""));
+  auto next = entries.begin();
+  const SortResult formed = formTrains(sorter, files, messages, [&](const EntryArea& area) -> FilledTrain {
+    const auto count = std::min<std::ptrdiff_t>(area.room, entries.end() - next);
+    std::uint8_t* place = area.first;
+    for (const auto end = next + count; next != end; ++next, place += area.entrySize) {
+      setEntryHead(place, next->second, 7);
+      std::ranges::copy(next->first, place + sortEntryHeadSize);
+    }
+    writeEndMarker(place, area.entrySize);
+    const bool last = count < area.room || (lastIsKnown && next == entries.end());
+    return {last ? FilledTrain::State::last : FilledTrain::State::more, static_cast<std::uint32_t>(count)};
+  });
+  EXPECT_EQ(formed, SortResult::done);
+  const std::uint32_t trains = sorter.trainCount;
+  std::memset(sorter.area.base, 'x', sorter.area.size);  // what the merge needs has to stand in the work file
+  Entries delivered;
+  const SortResult merged = doFancyMerge(sorter, files, messages, {}, [&](const std::uint8_t* entry) {
+    delivered.emplace_back(std::string(reinterpret_cast<const char*>(entryKey(entry)), keyLength), entryLfa(entry));
+    return true;
+  });
+  EXPECT_EQ(merged, SortResult::done);
+  EXPECT_EQ(sorter.delivered, entries.size());
+  std::ranges::sort(entries);
+  EXPECT_TRUE(delivered == entries) << entries.size() << " entries, " << keyLength << " key bytes";
+  return trains;
+}
 
-  Sorting(std::size_t areaSize, std::size_t keyLength, const SortLimits& limits = {})
-      : sorter(static_cast<std::uint32_t>(areaSize), limits) {
-    EXPECT_TRUE(sorter.start(static_cast<std::uint32_t>(keyLength), messages));
-    EXPECT_TRUE(createWorkFiles(files, messages, folder.path("tmp"), ""));
-  }
-
-  // `lastIsKnown`: the source says that a full train is the last one, instead of giving an empty one behind it.
-  void expectSorted(Entries entries, bool lastIsKnown = false) {
-    auto next = entries.begin();
-    const SortResult formed = formTrains(sorter, files, messages, [&](const EntryArea& area) -> FilledTrain {
-      const auto count = std::min<std::ptrdiff_t>(area.room, entries.end() - next);
-      std::uint8_t* place = area.first;
-      for (const auto end = next + count; next != end; ++next, place += area.entrySize) {
-        setEntryHead(place, next->second, 7);
-        std::ranges::copy(next->first, place + sortEntryHeadSize);
-      }
-      writeEndMarker(place, area.entrySize);
-      const bool last = count < area.room || (lastIsKnown && next == entries.end());
-      return {last ? FilledTrain::State::last : FilledTrain::State::more, static_cast<std::uint32_t>(count)};
-    });
-    EXPECT_EQ(formed, SortResult::done);
-    trains = sorter.trainCount;
-    std::memset(sorter.area.base, 'x', sorter.area.size);  // what the merge needs has to stand in the work file
-    Entries delivered;
-    const SortResult merged = doFancyMerge(sorter, files, messages, {}, [&](const std::uint8_t* entry) {
-      const auto* const key = reinterpret_cast<const char*>(entryKey(entry));
-      delivered.emplace_back(std::string(key, sorter.area.keyLength), entryLfa(entry));
-      return true;
-    });
-    EXPECT_EQ(merged, SortResult::done);
-    EXPECT_EQ(sorter.delivered, entries.size());
-    std::ranges::sort(entries);
-    EXPECT_TRUE(delivered == entries) << entries.size() << " entries, " << sorter.area.keyLength << " key bytes";
-  }
-};
-
-void expectSortedWithBothMethods(std::size_t areaSize, std::size_t count, std::size_t keyLength) {
+void expectSortedWithBothMethods(std::size_t areaSize, std::size_t keyLength, std::size_t count) {
   std::mt19937 random(static_cast<unsigned>(count + keyLength));
   for (const KeyKind& kind : keyKinds) {
     SCOPED_TRACE(kind.name);
     const Entries entries = makeEntries(count, keyLength, random, kind);
     for (const SortMethod method : {SortMethod::shellSort, SortMethod::quickSort}) {
-      Sorting(areaSize, keyLength, {.method = method}).expectSorted(entries);
+      expectSorted(areaSize, keyLength, entries, {.method = method});
     }
   }
 }
@@ -99,22 +90,21 @@ void expectSortedWithBothMethods(std::size_t areaSize, std::size_t count, std::s
 TEST(Sort, OrdersByKeyThenLfaInOneTrainAndInMany) {
   for (const std::size_t keyLength : {1U, 2U, 3U, 7U, 8U, 9U, 20U, 150U}) {
     for (const std::size_t count : {0U, 1U, 2U, 24U, 25U, 300U, 3000U}) {
-      expectSortedWithBothMethods((count + 40) * (keyLength + 14), count, keyLength);
+      expectSortedWithBothMethods((count + 40) * (keyLength + 14), keyLength, count);
     }
     // The smallest area accepted: a train has fewer entries than trains can be merged at a time.
-    expectSortedWithBothMethods(31 * (keyLength + 10), 1000, keyLength);
+    expectSortedWithBothMethods(31 * (keyLength + 10), keyLength, 1000);
   }
 }
 
-TEST(Sort, DividesTrainsInPlaceThatItsPairsDoNotHold) { expectSortedWithBothMethods(3000000, 135000, 5); }
+TEST(Sort, DividesTrainsInPlaceThatItsPairsDoNotHold) { expectSortedWithBothMethods(3000000, 5, 135000); }
 
 TEST(Merge, DeliversEveryEntryInOrderHoweverManyTrainsThereAre) {
   std::mt19937 random(3);
-  for (const std::size_t trains : {1U, 2U, 6U, 30U, 31U, 36U, 37U, 900U, 901U}) {
+  for (const std::size_t trains : {1U, 2U, 6U, 30U, 31U, 36U, 37U, 900U, 901U}) {  // of 53 entries
     for (const std::size_t missing : {1U, 0U}) {  // in the last train; without one its end marker closes the file
-      Sorting sorting(1000, 4);                   // 53 entries of 14 bytes to a train
-      sorting.expectSorted(makeEntries(trains * 53 - missing, 4, random, descending), true);
-      EXPECT_EQ(sorting.trains, trains);
+      const Entries entries = makeEntries(trains * 53 - missing, 4, random, descending);
+      EXPECT_EQ(expectSorted(1000, 4, entries, {}, true), trains);
     }
   }
 }
@@ -122,23 +112,21 @@ TEST(Merge, DeliversEveryEntryInOrderHoweverManyTrainsThereAre) {
 TEST(Merge, OfTrainsThatContinueEachOtherFindsOne) {
   Entries entries;
   for (std::uint64_t i = 0; i < 1060; ++i) entries.emplace_back(std::to_string(1000 + i / 3), i);  // 20 full trains
-  Sorting sorting(1000, 4, {.maxTrains = 2});  // joined trains do not count
-  sorting.expectSorted(entries);
-  EXPECT_EQ(sorting.trains, 1U);
+  EXPECT_EQ(expectSorted(1000, 4, entries, {.maxTrains = 2}), 1U) << "joined trains do not count";
 }
 
 TEST(WorkFile, TellsInDebugModeHowMuchOfABlockCouldBeRead) {
   const TestFolder folder;
-  const int file = ::open(folder.write("cut", std::string(100, 'x')).c_str(), O_RDONLY);
+  TestMessages messages;
+  TestFiles files;
+  EXPECT_TRUE(createWorkFiles(files, messages, folder.path("tmp"), ""));
+  messages.debugMode = true;
   for (const auto& [which, number] : {std::pair{TrainBlock::first, "1"}, {TrainBlock::further, "3"}}) {
-    TestMessages messages;
-    messages.debugMode = true;
     std::uint8_t block[28];
-    EXPECT_FALSE(readTrainBlock(file, block, sizeof block, 200, 0, which, messages));
+    EXPECT_FALSE(readTrainBlock(files[FileRole::workFile1].fd, block, sizeof block, 200, 0, which, messages));
     const std::string message = std::string("\nDoFancyMerge(") + number + "): Invalid blkLgt size read! 28:0\n";
     EXPECT_TRUE(messages.text().ends_with(message)) << messages.text();
   }
-  ::close(file);
 }
 
 }  // namespace
