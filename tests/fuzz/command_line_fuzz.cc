@@ -14,8 +14,6 @@
 namespace tarnvale {
 namespace {
 
-constexpr std::size_t definitionOffset = 512;
-
 void checkKeys(const KeyColumns& keys) {
   demand(keys.entryCount <= maxColumnEntries && keys.keyLength <= maxKeyLength, "the column table keeps its limits");
   const auto entries = std::span(keys.table).first(keys.entryCount);
@@ -37,8 +35,7 @@ void checkSelection(const Selection& selection) {
   demand(selection.conditionCount <= maxPrimaryOptions && selection.conditionCount == selection.optionCount,
          "each p option is one condition");
   const auto conditions = std::span(selection.conditions).first(selection.conditionCount);
-  demand(std::ranges::is_sorted(conditions, {}, [](const auto& condition) { return +condition.position; }),
-         "conditions ascend");
+  demand(std::ranges::is_sorted(conditions, {}, [](const auto& c) { return +c.position; }), "conditions ascend");
   demand(selection.termCount <= maxSelectionTerms, "terms keep their limit");
   for (const SelectionTerm& term : std::span(selection.terms).first(selection.termCount)) {
     const std::size_t length = selection.textOf(term).size();
@@ -70,12 +67,11 @@ void checkStored(const Settings& built, const Environment& environment, Messages
   demand(built.storedCommandLine.size() <= maxStoredCommandLine, "an index can keep the command line");
   const ParsedCommand again = parse(built.storedCommandLine, environment, messages);
   demand(again.status == status::success && again.settings.isBuild(), "the command line kept builds an index");
-  const Settings& rebuilt = again.settings;
-  demand(rebuilt.dataName.view() == built.dataName.view() && rebuilt.indexName.view() == built.indexName.view() &&
-             rebuilt.storedCommandLine.view() == built.storedCommandLine.view() &&
-             rebuilt.recordLength == built.recordLength && rebuilt.keys.keyLength == built.keys.keyLength &&
-             rebuilt.keys.entryCount == built.keys.entryCount && rebuilt.selection.text.view() == built.selection.text,
-         "the command line kept builds the same index");
+  const auto known = [](const Settings& s) {
+    return std::tuple(s.dataName.view(), s.indexName.view(), s.storedCommandLine.view(), s.recordLength,
+                      s.keys.keyLength, s.keys.entryCount, s.selection.text.view());
+  };
+  demand(known(again.settings) == known(built), "the command line kept builds the same index");
 }
 
 // Takes from the end of the input what stands behind its last 0xFF.
@@ -95,7 +91,7 @@ void tryInput(std::string_view input) {
   static const ScratchFile definitionFile("terminal.def");
   static Messages messages;
   messages.debugMode = true;
-  definitionFile.fill(std::string(definitionOffset, '\0').append(takeLastPart(input)));
+  definitionFile.fill(std::string(512, '\0').append(takeLastPart(input)));
   iniFile.fill(takeLastPart(input));
   input = input.substr(0, input.find('\0')).substr(0, maxCommandLine);  // what the arguments of a program can hold
 

@@ -18,18 +18,7 @@ namespace {
 enum Choice : std::uint8_t { makeHeader = 1, bigEndian = 2, keylessAllowed = 4, copyInPlace = 8 };
 constexpr std::size_t makingSize = 7;  // bytes that make a header
 
-// Brings what stands behind a header into the other byte order.
-void swapNodes(std::string& file, std::uint32_t entrySize) {
-  for (std::size_t offset = rootOffset; offset + nodeSize <= file.size(); offset += nodeSize) {
-    DeletedRecordNode& deleted = *reinterpret_cast<DeletedRecordNode*>(file.data() + offset);
-    if (deleted.signature[1] == DeletedRecordNode::signature2) {
-      swapDeletedNode(deleted, false);
-    } else {
-      swapNode(*reinterpret_cast<IsiNode*>(file.data() + offset), entrySize);
-    }
-  }
-}
-
+// `swapped`: in the other byte order, as far as whole nodes go.
 std::string madeFile(std::string_view input, bool swapped) {
   if (input.size() < makingSize) return {};
   IsiHeader header{};
@@ -40,14 +29,18 @@ std::string madeFile(std::string_view input, bool swapped) {
   const bool byOffset = (header.recordFlags & record_flag::byOffset) != 0;
   header.indexFlags = static_cast<std::uint8_t>((byteAt(input, 2) & ~index_flag::recordNumbers) | (byOffset ? 0 : 1));
   std::memcpy(&header.deletedListHead, input.data() + 3, sizeof header.deletedListHead);
-  std::string file(sizeof header, '\0');
-  file += input.substr(makingSize);
+  const std::uint32_t entrySize = isiEntrySize(header.keyLength);
   if (swapped) {
-    swapNodes(file, isiEntrySize(header.keyLength));
     swapHeader(header);
     swapBytes(header.versionWord);
   }
-  std::memcpy(file.data(), &header, sizeof header);
+  std::string file(reinterpret_cast<const char*>(&header), sizeof header);
+  file += input.substr(makingSize);
+  for (std::size_t offset = rootOffset; swapped && offset + nodeSize <= file.size(); offset += nodeSize) {
+    auto& list = *reinterpret_cast<DeletedRecordNode*>(&file[offset]);
+    const bool isOfList = list.signature[1] == DeletedRecordNode::signature2;
+    isOfList ? swapDeletedNode(list, false) : swapNode(*reinterpret_cast<IsiNode*>(&file[offset]), entrySize);
+  }
   return file;
 }
 
@@ -151,9 +144,8 @@ void tryInput(std::string_view input) {
   std::vector<std::string> sought = {"", file.substr(rootOffset + sizeof(IsiEntryHead), handle.keyLength / 2)};
   if (!all.keys.empty()) sought.push_back(all.keys[static_cast<std::uint8_t>(file.back()) % all.keys.size()]);
   for (const std::string& key : sought) lookUp(index, all, key);
-  const bool inPlace = chosen(copyInPlace);
   copyFile.fill({});
-  copyDeletedList(handle, inPlace ? indexFile.fd() : copyFile.fd(), inPlace);
+  copyDeletedList(handle, (chosen(copyInPlace) ? indexFile : copyFile).fd(), chosen(copyInPlace));
 }
 
 }  // namespace tarnvale
