@@ -26,6 +26,10 @@ TEST(IndexBuild, DescribesItselfInTheHeader) {
   for (const auto& [offset, width, value] : fields) EXPECT_EQ(numberAt(bytes, offset, width), value) << offset;
   EXPECT_STREQ(&bytes[240], run.folder.path("data.txt").c_str());
   EXPECT_EQ(&bytes[496], run.folder.path("data.txt,out.isi,,") + run.folder.path("tmp -") + options);
+  TestBuild byOffset;
+  ASSERT_EQ(byOffset.build("abc\ncd\n", "s,o,p=1='a',1"), status::success);
+  const std::size_t others[][3] = {{6, 2, 0x10AA}, {8, 2, 256}, {12, 4, 7}, {103, 1, 0xFF}};  // which is an expression
+  for (const auto& [offset, width, value] : others) EXPECT_EQ(numberAt(byOffset.index(), offset, width), value);
 }
 
 TEST(IndexBuild, AddressesRecordsBeyondFourGigabytesByNumber) {
