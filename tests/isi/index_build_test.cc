@@ -53,6 +53,25 @@ TEST(IndexBuild, AddressesRecordsBeyondFourGigabytesByNumber) {
   EXPECT_EQ(numberAt(bytes, 12, 4), number + 4) << "the extent of the data file";
 }
 
+TEST(DuplicateList, ShowsThePlaceInSixteenColumns) {
+  TestMessages messages;
+  DuplicateList list;
+  TrackedFile file;
+  Settings settings;
+  settings.errorFileWanted = settings.noDuplicates = true;
+  std::string expected;
+  for (const unsigned long long lfa :
+       {0x0ULL, 0xFULL, 0x9ABCDEFULL, 0xFFFFFFFFULL, 0x100000000ULL, 0xFEDCBA9876543210ULL}) {
+    std::uint8_t entry[] = "10 bytes..key";
+    setEntryHead(entry, lfa, 1);
+    reportDuplicate(list, file, messages, settings, entry, 3);
+    char line[64];
+    std::snprintf(line, sizeof line, "Duplicate Key at:%16llX Key:key \n", lfa);
+    expected += line;
+  }
+  EXPECT_EQ(messages.text(), expected);
+}
+
 TEST(IndexBuild, StopsBeforeItsNodePointersOverflow) {
   const std::tuple<bool, std::uint32_t, bool> cases[] = {
       {true, 0xFFFFFFFD, true}, {true, 0xFFFFFFFE, false}, {false, 0xFFFFFC00, true}, {false, 0xFFFFFE00, false}};
