@@ -2,33 +2,24 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
-#include <string>
 
-#include "support/test_folder.h"
+#include "support/program_run.h"
 
 namespace tarnvale {
 
-struct CheckOutcome {
-  int exitStatus;
-  std::string output;  // of both streams
+/// Runs shell commands in the folder; $T and $C are the two programs. The output is that of both streams.
+inline ProgramResult run(const TestFolder& folder, const std::string& commands) {
+  const std::string script = "T=" TARNVALE_PROGRAM "; C=" TARNVALE_CHECK_PROGRAM "; exec 2>&1; " + commands;
+  return runProgram(folder, "", [&] { ::execl("/bin/sh", "sh", "-c", script.c_str(), nullptr); });
+}
 
-  [[nodiscard]] bool says(std::string_view text) const { return output.find(text) != std::string::npos; }
-};
-
-/// Runs shell commands in the folder; $T and $C are the two programs, work files go to "tmp".
-inline CheckOutcome run(const TestFolder& folder, const std::string& commands) {
-  const std::string script =
-      "cd " + folder.path() +
-      "; TMPDIR=$PWD/tmp; export TMPDIR; T=" TARNVALE_PROGRAM "; C=" TARNVALE_CHECK_PROGRAM "; exec 2>&1; " + commands;
-  CheckOutcome outcome{};
-  std::FILE* const pipe = ::popen(script.c_str(), "r");
-  for (int c = 0; (c = std::fgetc(pipe)) != EOF;) outcome.output += static_cast<char>(c);
-  const int state = ::pclose(pipe);
-  outcome.exitStatus = WIFEXITED(state) ? WEXITSTATUS(state) : -1;
-  return outcome;
+/// Writes a file that is there anew. If it were only emptied before, the file system would sync it.
+inline void rewrite(const TestFolder& folder, const std::string& name, const std::string& bytes) {
+  std::remove(folder.path(name).c_str());
+  folder.write(name, bytes);
 }
 
 /// Both checks must accept the index, and leave everything as it is.
@@ -36,12 +27,10 @@ inline void expectSound(const TestFolder& folder, const std::string& index, cons
   SCOPED_TRACE(what);
   const std::string before = folder.names();
   const std::string bytes = folder.read(index);
-  const CheckOutcome whole = run(folder, "$C " + index);
-  EXPECT_EQ(whole.exitStatus, 0) << whole.output;
-  EXPECT_TRUE(whole.output.starts_with("index is complete: ")) << whole.output;
-  const CheckOutcome alone = run(folder, "$C -s " + index);
-  EXPECT_EQ(alone.exitStatus, 0) << alone.output;
-  EXPECT_TRUE(alone.output.starts_with("index structure is right: ")) << alone.output;
+  const ProgramResult result = run(folder, "$C " + index + " && $C -s " + index);
+  EXPECT_EQ(result.exitStatus, 0) << result.output;
+  EXPECT_TRUE(result.output.starts_with("index is complete: ")) << result.output;
+  EXPECT_TRUE(result.says("\nindex structure is right: ")) << result.output;
   EXPECT_EQ(folder.names(), before);
   EXPECT_TRUE(folder.read(index) == bytes);
 }
