@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <tuple>
 
 #include "support/held_lock.h"
 #include "support/index_file.h"
@@ -23,24 +24,21 @@ TEST(ExistingIndex, IsShownFromEveryHeaderAndLeftAlone) {
   folder.write("empty.isi", "SISI\x03\xFC" + std::string(2042, '\0'));
   folder.write("newer.isi", "SISI\x03\x04" + std::string(2042, '\0'));
   folder.write("text.isi", "no index");
-  const struct {
-    const char* arguments;
-    int exitStatus;
-    std::string message;
-  } cases[] = {{"idx -i,k", 0, "\ntarnvale " + command + "\n"},
-               {"older.isi -i", 0, "\nConverting from 8.x to 9.x format\n\ntarnvale cust,,-1-5\n"},
-               {"empty.isi -i", 1, "No key information available for empty.isi\n"},
-               {"empty.isi -r", 1, "No key information available for empty.isi\n"},
-               {"text.isi -r", 1, "Not a valid .isi file text.isi\n"},
-               {"none -i", 1, "Can't open .isi file none.ISI\n"},
-               {"text.isi -c", 1, "Not a valid .isi file structure for file: text.isi.\n"},
-               {"idx/ISI,idx/ISI -c", 0, "Compacting idx.ISI into idx.ISI\n"},
-               {"newer.isi -c", 1, "Invalid ISI version to compact file named:  newer.isi.\n"},
-               {"none -c", 1, "Unable to open input ISI file for compact: none.ISI\n"}};
-  for (const auto& c : cases) {
-    const ProgramResult result = runProgram(folder, c.arguments);
-    EXPECT_EQ(result.exitStatus, c.exitStatus) << c.arguments;
-    EXPECT_TRUE(result.says(c.message)) << result.output;
+  const std::tuple<const char*, int, std::string> cases[] = {
+      {"idx -i,k", 0, "\ntarnvale " + command + "\n"},
+      {"older.isi -i", 0, "\nConverting from 8.x to 9.x format\n\ntarnvale cust,,-1-5\n"},
+      {"empty.isi -i", 1, "No key information available for empty.isi\n"},
+      {"empty.isi -r", 1, "No key information available for empty.isi\n"},
+      {"text.isi -r", 1, "Not a valid .isi file text.isi\n"},
+      {"none -i", 1, "Can't open .isi file none.ISI\n"},
+      {"text.isi -c", 1, "Not a valid .isi file structure for file: text.isi.\n"},
+      {"idx/ISI,idx/ISI -c", 0, "Compacting idx.ISI into idx.ISI\n"},
+      {"newer.isi -c", 1, "Invalid ISI version to compact file named:  newer.isi.\n"},
+      {"none -c", 1, "Unable to open input ISI file for compact: none.ISI\n"}};
+  for (const auto& [arguments, exitStatus, message] : cases) {
+    const ProgramResult result = runProgram(folder, arguments);
+    EXPECT_EQ(result.exitStatus, exitStatus) << arguments;
+    EXPECT_TRUE(result.says(message)) << arguments << result.output;
     EXPECT_EQ(folder.names(), "data.txt empty.isi idx.ISI newer.isi older.isi text.isi");
   }
 }
@@ -63,7 +61,7 @@ class Compaction : public testing::Test {
   IndexFile before;
 };
 
-TEST_F(Compaction, RefusesWhatARewritingCutShortOrADamageLeavesAndTouchesNothing) {
+TEST_F(Compaction, ThatFailsSaysWhyAndLeavesTheIndexAsItWas) {
   const auto damaged = [&](std::size_t offset, std::uint32_t value) {
     std::string bytes = loose;
     setNumberAt(bytes, offset, 4, value);
@@ -71,27 +69,25 @@ TEST_F(Compaction, RefusesWhatARewritingCutShortOrADamageLeavesAndTouchesNothing
   };
   std::string twice = loose;  // the second entry of the first leaf is the first one again
   twice.replace(3072 + 16, 16, loose.substr(3072, 16));
-  const std::string files[] = {damaged(1536 + 504, 3), damaged(2560 + 504, 100000), twice};
-  for (const std::string& bytes : files) {
-    folder.write("idx.isi", bytes);
-    EXPECT_EQ(runProgram(folder, "idx.isi -c").exitStatus, 1);
-    EXPECT_TRUE(folder.read("idx.isi") == bytes);
-    EXPECT_EQ(folder.names(), "data.txt idx.isi");
-  }
-  folder.write("idx.isi", loose);
-  folder.write("data.txt", "");
-  EXPECT_TRUE(runProgram(folder, "idx.isi -c=1").says("Unexpected file size truncated for ISI data file: data.txt\n"));
-  EXPECT_TRUE(folder.read("idx.isi") == loose);
-}
-
-TEST_F(Compaction, ThatCannotMakeItsBackupLeavesTheIndexAlone) {
-  for (const bool linked : {true, false}) {
-    const std::string name = folder.path("idx.isi.bak");
-    linked ? std::filesystem::create_hard_link(folder.path("idx.isi"), name)
-           : static_cast<void>(std::filesystem::create_directory(name));
-    EXPECT_TRUE(runProgram(folder, "idx.isi -c").says("Unable to create backup file: idx.isi.bak\n"));
-    EXPECT_TRUE(folder.read("idx.isi") == loose);
-    std::filesystem::remove(name);
+  const auto limitedTo = [](rlim_t size) {
+    return [limit = rlimit{size, size}] { ::setrlimit(RLIMIT_FSIZE, &limit); };
+  };
+  const std::tuple<std::string, const char*, std::function<void()>> cases[] = {
+      {damaged(1536 + 504, 3), "The deleted-record list is damaged in ISI file: idx.isi\n", {}},
+      {twice, "The tree is damaged in ISI file: idx.isi\n", {}},
+      {loose, "Unable to create backup file: idx.isi.bak\n", [] { ::link("idx.isi", "idx.isi.bak"); }},
+      {loose, "Unable to create backup file: idx.isi.bak\n", [] { ::mkdir("idx.isi.bak", 0777); }},
+      {loose, "Error writing the ISI backup file: idx.isi.bak\n", limitedTo(loose.size() - 1)},
+      {loose, "ISI has been restored after fatal compact error for file: idx.isi\n", limitedTo(loose.size())},
+      {loose, "Unexpected file size truncated for ISI data file: data.txt\n", [] { ::truncate("data.txt", 0); }},
+  };
+  for (const auto& [index, message, prepare] : cases) {
+    folder.write("idx.isi", index);
+    const ProgramResult result = runProgram(folder, "idx.isi -c=1", prepare);
+    EXPECT_TRUE(result.exitStatus == 1 && result.says(message)) << message << result.output;
+    EXPECT_TRUE(folder.read("idx.isi") == index) << message;
+    if (result.says("Unable to create backup")) std::filesystem::remove(folder.path("idx.isi.bak"));
+    EXPECT_EQ(folder.names(), "data.txt idx.isi") << message;
   }
 }
 
@@ -108,39 +104,31 @@ TEST(ExistingIndex, BehindALinkIsEmptiedByAFailedBuildAndIsNeverTheLog) {
 }
 
 TEST_F(Compaction, InPlaceFillsTheNodesAndKeepsEntriesListAndByteOrder) {
-  std::uint32_t counter = 0;
-  for (const char* const arguments : {"idx.isi -c", "idx.isi -c=0", "idx.isi -c=1"}) {
-    for (const bool bigEndian : {false, true}) {
-      setNumberAt(loose, 32, 4, counter);
-      folder.write("idx.isi", bigEndian ? otherByteOrder(loose) : loose);
-      const ProgramResult result = runProgram(folder, arguments);
-      EXPECT_TRUE(result.says("\n3000 records, 300 deleted entries\nStart time = ")) << result.output;
-      EXPECT_EQ(folder.names(), "data.txt idx.isi");
-      std::string bytes = folder.read("idx.isi");
-      EXPECT_EQ(bytes[4] == '\xFC', bigEndian);
-      if (bigEndian) bytes = otherByteOrder(bytes);
-      const IndexFile after = readIndex(bytes);
-      EXPECT_EQ(after.faults, "");
-      EXPECT_TRUE(after.entries == before.entries && after.deleted == before.deleted);
-      EXPECT_TRUE(numberAt(bytes, 1536 + 504, 4) == 4 && numberAt(bytes, 2048 + 504, 4) == 5) << "nodes of the list";
-      EXPECT_EQ(numberAt(bytes, 32, 4), counter == 0 ? 1U : 0U);
-      bytes.replace(32, 4, loose.substr(32, 4));
-      EXPECT_EQ(bytes.substr(0, 1024), loose.substr(0, 1024)) << "the rest of the header stays";
-      counter = counter == 0 ? 7 : 0;
-    }
+  for (const std::string arguments : {"idx.isi -c", "idx.isi -c=0", "idx.isi -c=1"}) {
+    const bool bigEndian = arguments.ends_with('0');
+    setNumberAt(loose, 32, 4, bigEndian ? 7 : 0);
+    folder.write("idx.isi", bigEndian ? otherByteOrder(loose) : loose);
+    const ProgramResult result = runProgram(folder, arguments);
+    EXPECT_TRUE(result.says("\n3000 records, 300 deleted entries\nStart time = ")) << result.output;
+    EXPECT_EQ(folder.names(), "data.txt idx.isi");
+    std::string bytes = folder.read("idx.isi");
+    EXPECT_EQ(bytes[4] == '\xFC', bigEndian);
+    if (bigEndian) bytes = otherByteOrder(bytes);
+    const IndexFile after = readIndex(bytes);
+    EXPECT_EQ(after.faults, "");
+    EXPECT_TRUE(after.entries == before.entries && after.deleted == before.deleted);
+    EXPECT_TRUE(numberAt(bytes, 1536 + 504, 4) == 4 && numberAt(bytes, 2048 + 504, 4) == 5) << "nodes of the list";
+    EXPECT_EQ(numberAt(bytes, 32, 4), bigEndian ? 0U : 1U) << "the change counter";
+    bytes.replace(32, 4, loose.substr(32, 4));
+    EXPECT_EQ(bytes.substr(0, 1024), loose.substr(0, 1024)) << "the rest of the header stays";
   }
 }
 
-TEST_F(Compaction, IntoANewFileNamesItInTheStoredCommand) {
-  const std::pair<const char*, const char*> cases[] = {{"idx.isi,new -c", "data.txt,new,-m50,1-4"},
-                                                       {"idx.isi,new -c=0", "data.txt,idx.isi,-m50,1-4"}};
-  for (const auto& [arguments, command] : cases) {
-    EXPECT_EQ(runProgram(folder, arguments).exitStatus, 0);
-    const std::string bytes = folder.read("new.isi");
-    EXPECT_TRUE(readIndex(bytes).entries == before.entries);
-    EXPECT_STREQ(&bytes[496], command);
-    EXPECT_TRUE(folder.read("idx.isi") == loose);
-  }
+TEST_F(Compaction, IntoANewFileKeepsTheStoredCommandWhereItIsToldTo) {
+  folder.write("new.isi", "something else, which goes");
+  EXPECT_EQ(runProgram(folder, "idx.isi,new -c=0").exitStatus, 0);
+  EXPECT_STREQ(&folder.read("new.isi")[496], "data.txt,idx.isi,-m50,1-4");
+  EXPECT_TRUE(folder.read("idx.isi") == loose);
 }
 
 TEST_F(Compaction, DropsTheListWhereDeletedRecordsAreNotKept) {
@@ -151,20 +139,6 @@ TEST_F(Compaction, DropsTheListWhereDeletedRecordsAreNotKept) {
   EXPECT_TRUE(after.faults.empty() && after.deleted.empty() && after.entries == before.entries);
   const ProgramResult again = runProgram(folder, "-d idx.isi -c");
   EXPECT_FALSE(again.says("purged") || again.says("Rec Length")) << again.output;
-}
-
-TEST_F(Compaction, ThatFailsInPlaceLeavesTheIndexAsItWas) {
-  const std::pair<rlim_t, const char*> cases[] = {
-      {loose.size() - 1, "Error writing the ISI backup file: idx.isi.bak\n"},
-      {loose.size(), "ISI has been restored after fatal compact error for file: idx.isi\n"}};  // no room for the list
-  for (const auto& [limit, message] : cases) {
-    const rlimit fileSize = {limit, limit};
-    const ProgramResult result = runProgram(folder, "idx.isi -c", [&] { ::setrlimit(RLIMIT_FSIZE, &fileSize); });
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_TRUE(result.says(message)) << result.output;
-    EXPECT_TRUE(folder.read("idx.isi") == loose);
-    EXPECT_EQ(folder.names(), "data.txt idx.isi");
-  }
 }
 
 TEST_F(Compaction, InterruptedWhileItWaitsForTheLockLeavesTheIndexAlone) {
