@@ -43,10 +43,10 @@ constexpr LineStart keptStart("Duplicate Key at:");
   digits = __builtin_bswap64((digits | digits << 4) & 0x0F * each);
   const std::uint64_t letters = (digits + (0x10 - 10) * each) >> 4 & each;
   const std::uint64_t shown = digits + '0' * each + letters * ('A' - '9' - 1);
-  const int zeros = filled ? 0 : std::countl_zero(number | 1) / 4;
-  const std::uint64_t blank = (std::uint64_t{1} << 8 * zeros) - 1;
+  const std::uint64_t kept = digits | std::uint64_t{1} << 56;  // the last digit is shown, also when it is 0
+  const std::uint64_t leading = filled ? 0 : (kept - 1) & ~kept;
   Le64 text;
-  text = (shown & ~blank) | (' ' * each & blank);
+  text = shown - (leading & ('0' - ' ') * each);
   return text;
 }
 

@@ -142,5 +142,22 @@ TEST(Program, WorksWithoutStandardDescriptors) {
   }
 }
 
+TEST(Program, InterruptedInABuildLeavesOnlyTheErrorFileWithAllThatWasTold) {
+  const TestFolder folder;
+  std::string data;
+  for (int i = 0; i < 5000; ++i) data += "same key\n";
+  folder.write("data.txt", data);
+  ProgramRun run(folder, "data.txt,out.isi -n,1-8");
+  run.waitForOutput(60000);  // the pipe is almost full of duplicate keys: the program stands in the merge
+  EXPECT_TRUE(folder.names().starts_with("data.txt out.ERR out.isi tmp/dsort"));
+  run.interrupt();
+  const ProgramResult result = run.finish();
+  EXPECT_TRUE(result.exitStatus == 1 && result.output.ends_with("Processing aborted via user interrupt.\n"));
+  EXPECT_EQ(folder.names(), "data.txt out.ERR");
+  const std::string errors = folder.read("out.ERR");
+  EXPECT_TRUE(errors.ends_with("Key:same key \r\n") && errors.size() % 49 == 0) << errors.size() << ": whole lines";
+  EXPECT_GT(errors.size() / 49, result.output.size() / 49 - 20) << "told: as many, and some lines of another kind";
+}
+
 }  // namespace
 }  // namespace tarnvale
