@@ -1,7 +1,6 @@
 #include "isi/duplicate_list.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "common/copy_short.h"
