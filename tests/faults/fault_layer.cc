@@ -77,9 +77,9 @@ CallRecord about(const char* name, int fd, std::size_t size = 0, off_t offset = 
   return about(name, fd >= 0 && fd < 256 ? names[fd] : "", size, offset);
 }
 
-// Makes the call by `real`, with a size where it is a transfer. A write gives its bytes, an open the name of its file.
+// Makes the call by `real`, which is given the size of a transfer. A transfer has a buffer, an open the file's name.
 template <typename Real>
-auto pass(CallRecord record, Real real, const void* bytes = nullptr, const char* opened = nullptr) {
+auto pass(CallRecord record, Real real, const void* buffer = nullptr, const char* opened = nullptr) {
   auto size = static_cast<std::size_t>(record.size);
   if (!awake) return real(size);
   // Not earlier: a program that counts its branches would write them before this.
@@ -110,16 +110,24 @@ auto pass(CallRecord record, Real real, const void* bytes = nullptr, const char*
   record.result = std::int64_t(result);
   record.error = record.result == -1 ? savedErrno : 0;
   if (opened != nullptr) std::strncpy(record.file, opened, sizeof record.file - 1);  // mkstemp has completed it
-  if (opened != nullptr && record.result >= 0 && record.result < 256) {
-    std::memcpy(names[record.result], record.file, sizeof record.file);
-  }
-  const bool kept = bytes != nullptr && record.result > 0 && std::strchr(record.file, '/') == nullptr;
+  if (opened != nullptr && result >= 0 && record.result < 256) std::strcpy(names[record.result], record.file);
+  const bool kept = group == "write" && record.result > 0 && std::strchr(record.file, '/') == nullptr;
   if (kept) record.payload = static_cast<std::uint64_t>(record.result);
   if (logged) ::syscall(SYS_write, logFd, &record, sizeof record);
-  if (kept) ::syscall(SYS_write, logFd, bytes, record.payload);
+  if (kept) ::syscall(SYS_write, logFd, buffer, record.payload);
   if (signalAfter != 0) std::raise(signalAfter);
   errno = savedErrno;
   return result;
+}
+
+template <typename Buffer, typename... Offset>
+ssize_t passTransfer(const CallRecord& record, long call, int fd, Buffer buffer, Offset... offset) {
+  return pass(
+      record, [&](auto size) { return ::syscall(call, fd, buffer, size, offset...); }, buffer);
+}
+template <typename... Arguments>
+long passOn(const CallRecord& record, long call, Arguments... arguments) {
+  return pass(record, [&](auto) { return ::syscall(call, arguments...); });
 }
 
 // The call gives memory, or `refusal`.
@@ -130,11 +138,6 @@ void* passMemory(const char* name, void* refusal, Real real) {
 }
 
 off_t positionOf(int fd) { return ::syscall(SYS_lseek, fd, 0, SEEK_CUR); }
-
-template <typename Function>
-Function* next(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
-}
 
 }  // namespace
 
@@ -162,7 +165,7 @@ void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
 }
 
 void* sbrk(std::intptr_t size) noexcept {
-  static const auto real = next<void*(std::intptr_t)>("sbrk");
+  static const auto real = reinterpret_cast<void* (*)(std::intptr_t)>(::dlsym(RTLD_NEXT, "sbrk"));
   return passMemory("sbrk", reinterpret_cast<void*>(-1), [&] { return real(size); });
 }
 
@@ -173,78 +176,56 @@ int open(const char* file, int flags, ...) {
   va_end(rest);
   CallRecord record = about("open", file);
   record.flags = flags;
-  return pass(
-      record, [&](auto) { return int(::syscall(SYS_openat, AT_FDCWD, file, flags, mode)); }, nullptr, file);
+  const auto openIt = [&](auto) { return int(::syscall(SYS_openat, AT_FDCWD, file, flags, mode)); };
+  return pass(record, openIt, nullptr, file);
 }
-int open64(const char* file, int flags, ...) __attribute__((alias("open")));
 
 int mkstemp(char* file) {
-  static const auto real = next<int(char*)>("mkstemp");
-  return pass(
-      about("mkstemp", file), [&](auto) { return real(file); }, nullptr, file);
-}
-
-int close(int fd) {
-  return pass(about("close", fd), [&](auto) { return int(::syscall(SYS_close, fd)); });
+  static const auto real = reinterpret_cast<int (*)(char*)>(::dlsym(RTLD_NEXT, "mkstemp"));
+  const auto makeIt = [&](auto) { return real(file); };
+  return pass(about("mkstemp", file), makeIt, nullptr, file);
 }
 
 ssize_t read(int fd, void* buffer, std::size_t size) {
-  return pass(about("read", fd, size, positionOf(fd)),
-              [&](auto part) { return ::syscall(SYS_read, fd, buffer, part); });
+  return passTransfer(about("read", fd, size, positionOf(fd)), SYS_read, fd, buffer);
 }
-
 ssize_t pread(int fd, void* buffer, std::size_t size, off_t offset) {
-  return pass(about("pread", fd, size, offset),
-              [&](auto part) { return ::syscall(SYS_pread64, fd, buffer, part, offset); });
+  return passTransfer(about("pread", fd, size, offset), SYS_pread64, fd, buffer, offset);
 }
-
 ssize_t write(int fd, const void* bytes, std::size_t size) {
-  const auto real = [&](auto part) { return ::syscall(SYS_write, fd, bytes, part); };
-  return fd <= STDERR_FILENO ? real(size) : pass(about("write", fd, size, positionOf(fd)), real, bytes);
+  if (fd <= STDERR_FILENO) return ::syscall(SYS_write, fd, bytes, size);
+  return passTransfer(about("write", fd, size, positionOf(fd)), SYS_write, fd, bytes);
 }
-
 ssize_t pwrite(int fd, const void* bytes, std::size_t size, off_t offset) {
-  const auto real = [&](auto part) { return ::syscall(SYS_pwrite64, fd, bytes, part, offset); };
-  return pass(about("pwrite", fd, size, offset), real, bytes);
+  return passTransfer(about("pwrite", fd, size, offset), SYS_pwrite64, fd, bytes, offset);
 }
 
+int close(int fd) { return int(passOn(about("close", fd), SYS_close, fd)); }
+int unlink(const char* file) noexcept { return int(passOn(about("unlink", file), SYS_unlink, file)); }
 off_t lseek(int fd, off_t offset, int whence) noexcept {
-  return pass(about("lseek", fd), [&](auto) { return ::syscall(SYS_lseek, fd, offset, whence); });
+  return passOn(about("lseek", fd), SYS_lseek, fd, offset, whence);
 }
-
 int ftruncate(int fd, off_t size) noexcept {
-  return pass(about("ftruncate", fd, std::size_t(size)), [&](auto) { return int(::syscall(SYS_ftruncate, fd, size)); });
+  return int(passOn(about("ftruncate", fd, std::size_t(size)), SYS_ftruncate, fd, size));
 }
-
 int truncate(const char* file, off_t size) noexcept {
-  return pass(about("truncate", file, std::size_t(size)),
-              [&](auto) { return int(::syscall(SYS_truncate, file, size)); });
+  return int(passOn(about("truncate", file, std::size_t(size)), SYS_truncate, file, size));
 }
-
 // Only the descriptor is looked at: the power does not really fail, and waiting for the disk takes long.
-int fsync(int fd) {
-  return pass(about("fsync", fd), [&](auto) { return ::syscall(SYS_fcntl, fd, F_GETFD) < 0 ? -1 : 0; });
-}
+int fsync(int fd) { return passOn(about("fsync", fd), SYS_fcntl, fd, F_GETFD) < 0 ? -1 : 0; }
 
 int fcntl(int fd, int command, ...) {
   std::va_list rest;
   va_start(rest, command);
   void* const argument = va_arg(rest, void*);
   va_end(rest);
-  return pass(about("fcntl", fd), [&](auto) { return int(::syscall(SYS_fcntl, fd, command, argument)); });
-}
-
-int unlink(const char* file) noexcept {
-  return pass(about("unlink", file), [&](auto) { return int(::syscall(SYS_unlink, file)); });
+  return int(passOn(about("fcntl", fd), SYS_fcntl, fd, command, argument));
 }
 
 int fstat(int fd, struct stat* information) noexcept {
-  static const auto real = next<int(int, struct stat*)>("fstat");
-  return pass(about("fstat", fd), [&](auto) { return real(fd, information); });
+  return int(passOn(about("fstat", fd), SYS_fstat, fd, information));
 }
-
 int stat(const char* file, struct stat* information) noexcept {
-  static const auto real = next<int(const char*, struct stat*)>("stat");
-  return pass(about("stat", file), [&](auto) { return real(file, information); });
+  return int(passOn(about("stat", file), SYS_stat, file, information));
 }
 }

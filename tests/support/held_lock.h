@@ -35,8 +35,7 @@ class HeldLock {
     askLock(fd_, F_OFD_SETLK, lock);
   }
   ~HeldLock() { ::close(fd_); }
-  HeldLock(const HeldLock&) = delete;
-  HeldLock& operator=(const HeldLock&) = delete;
+  HeldLock(HeldLock&&) = delete;
   void giveUp() const { askLock(fd_, F_OFD_SETLK, {F_UNLCK, 0, 0}); }
 
  private:

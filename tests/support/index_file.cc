@@ -1,7 +1,6 @@
 #include "support/index_file.h"
 
 #include <algorithm>
-#include <set>
 #include <tuple>
 
 namespace tarnvale {
@@ -9,14 +8,12 @@ namespace tarnvale {
 namespace {
 
 constexpr std::uint32_t nowhere = 0xFFFFFFFF;
+constexpr std::uint32_t listNodeMark = 0xFDF9;  // of either byte order
 
 class Reader {
  public:
-  Reader(const std::string& bytes, std::uint32_t fillLimit)
-      : bytes_(bytes), keyLength_(numberAt(bytes, 10, 2)), entrySize_((keyLength_ + 15) / 4 * 4) {
-    fillLimit_ = fillLimit != 0 ? fillLimit : 500 / entrySize_;
-    pointerUnit_ = (numberAt(bytes, 7, 1) & 1) != 0 ? 512 : 1;
-    seen_.resize(bytes.size() / 512);
+  Reader(const std::string& bytes, std::uint32_t fillLimit) : bytes_(bytes) {
+    if (fillLimit != 0) fillLimit_ = fillLimit;
   }
 
   IndexFile read() {
@@ -36,16 +33,9 @@ class Reader {
 
   bool visit(std::uint64_t offset) {
     const bool good = offset % 512 == 0 && offset / 512 < seen_.size() && !seen_[offset / 512];
-    if (good) seen_[offset / 512] = true;
     if (!good) fault("misplaced or repeated node", offset);
+    if (good) seen_[offset / 512] = true;
     return good;
-  }
-
-  // Entry number n of a tree stands as high as n can be divided by (fillLimit + 1).
-  std::uint32_t levelOfLastEntry() const {
-    std::uint32_t level = 0;
-    for (std::size_t n = file_.entries.size(); n % (fillLimit_ + 1) == 0; n /= fillLimit_ + 1) ++level;
-    return level;
   }
 
   void readNode(std::uint64_t node, std::uint32_t parentLevel, bool rightEdge) {
@@ -58,7 +48,6 @@ class Reader {
       readChild(entry + 4, level, false);
       file_.entries.push_back({numberAt(bytes_, entry, 4), numberAt(bytes_, entry + 8, 2),
                                numberAt(bytes_, entry + 10, 2), bytes_.substr(entry + 12, keyLength_)});
-      if (levelOfLastEntry() != level) fault("entry on a wrong level", entry);
     }
     readChild(node + 508, level, rightEdge);
   }
@@ -74,18 +63,19 @@ class Reader {
       const std::uint64_t node = pointer * pointerUnit_;
       if (!visit(node)) return;
       const std::uint32_t count = numberAt(bytes_, node + 508, 2);
-      if (numberAt(bytes_, node + 510, 2) != 0xFDF9 || count < 1 || count > 126) return fault("bad list node", node);
+      if (numberAt(bytes_, node + 510, 2) != listNodeMark || count < 1 || count > 126)
+        return fault("bad list node", node);
       for (std::uint32_t i = 0; i < count; ++i) file_.deleted.push_back(numberAt(bytes_, node + std::size_t{i} * 4, 4));
       pointer = numberAt(bytes_, node + 504, 4);
     }
   }
 
   const std::string& bytes_;
-  std::uint32_t keyLength_;
-  std::uint32_t entrySize_;
-  std::uint32_t fillLimit_;
-  std::uint64_t pointerUnit_;
-  std::vector<bool> seen_;
+  const std::uint32_t keyLength_ = numberAt(bytes_, 10, 2);
+  const std::uint32_t entrySize_ = (keyLength_ + 15) / 4 * 4;
+  const std::uint64_t pointerUnit_ = (numberAt(bytes_, 7, 1) & 1) != 0 ? 512 : 1;
+  std::uint32_t fillLimit_ = 500 / entrySize_;
+  std::vector<bool> seen_ = std::vector<bool>(bytes_.size() / 512);
   IndexFile file_;
 };
 
@@ -114,32 +104,29 @@ std::string otherByteOrder(std::string bytes) {
     std::reverse(&bytes[offset], &bytes[offset] + width);
     return bigEndian ? numberAt(bytes, offset, width) : before;
   };
+  const auto turnAll = [&](std::size_t begin, std::size_t end, std::size_t width) {
+    for (std::size_t offset = begin; offset < end; offset += width) turn(offset, width);
+  };
   for (const std::size_t offset : {4U, 8U}) turn(offset, 2);
   const std::size_t entrySize = (turn(10, 2) + 15) / 4 * 4;
-  const std::uint64_t unit = (numberAt(bytes, 7, 1) & 1) != 0 ? 512 : 1;
+  const bool hasList = turn(16, 4) != nowhere;
   turn(12, 4);
-  std::uint32_t listPointer = turn(16, 4);
-  for (std::size_t offset = 20; offset < 52; offset += 4) turn(offset, 4);
-  for (std::size_t offset = 64; offset < 104; offset += 4) turn(offset, 2);
-  for (std::size_t offset = 112; offset < 240 && numberAt(bytes, offset + 2, 2) != 0; offset += 2) {
-    turn(offset, 2);
-    turn(offset += 2, 2);
-  }
-  std::set<std::size_t> listNodes = {1536};
-  while (listPointer != nowhere) {
-    const std::size_t node = listPointer * unit;
-    listNodes.insert(node);
-    const std::uint32_t count = turn(node + 508, 2);
-    for (std::size_t i = 0; i < count; ++i) turn(node + i * 4, 4);
-    listPointer = turn(node + 504, 4);
-  }
+  turnAll(20, 52, 4);
+  for (std::size_t condition = 64; condition < 104; condition += 4) turn(condition, 2);
+  for (std::size_t part = 112; part < 240 && numberAt(bytes, part + 2, 2) != 0; part += 4) turnAll(part, part + 4, 2);
   for (std::size_t node = 1024; node < bytes.size(); node += 512) {
-    if (listNodes.contains(node)) continue;
+    if (node == 1536 && !hasList) continue;  // a placeholder
+    if (numberAt(bytes, node + 510, 2) == listNodeMark) {
+      turnAll(node, node + turn(node + 508, 2) * std::size_t{4}, 4);
+      turn(node + 504, 4);
+      continue;
+    }
     turn(node + 506, 2);
     turn(node + 508, 4);
-    for (std::size_t i = 0; i < numberAt(bytes, node + 500, 1); ++i) {
-      for (const std::size_t offset : {0U, 4U}) turn(node + i * entrySize + offset, 4);
-      for (const std::size_t offset : {8U, 10U}) turn(node + i * entrySize + offset, 2);
+    const std::size_t end = node + numberAt(bytes, node + 500, 1) * entrySize;
+    for (std::size_t entry = node; entry < end; entry += entrySize) {
+      turnAll(entry, entry + 8, 4);
+      turnAll(entry + 8, entry + 12, 2);
     }
   }
   return bytes;

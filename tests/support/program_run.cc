@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <sstream>
 #include <vector>
 
@@ -29,20 +28,18 @@ namespace {
   ::_exit(127);
 }
 
-std::string readToEnd(int fd) {
-  std::string bytes;
+// What the process writes there until it closes it, and how it ends.
+ProgramResult resultOf(pid_t process, int output) {
+  ProgramResult result;
   char piece[4096];
-  for (ssize_t count = 0; (count = ::read(fd, piece, sizeof piece)) > 0;) {
-    bytes.append(piece, static_cast<std::size_t>(count));
+  for (ssize_t count = 0; (count = ::read(output, piece, sizeof piece)) > 0;) {
+    result.output.append(piece, static_cast<std::size_t>(count));
   }
-  ::close(fd);
-  return bytes;
-}
-
-int waitForEnd(pid_t process) {
+  ::close(output);
   int state = 0;
   ::waitpid(process, &state, 0);
-  return WIFEXITED(state) ? WEXITSTATUS(state) : -1;
+  result.exitStatus = WIFEXITED(state) ? WEXITSTATUS(state) : -1;
+  return result;
 }
 
 }  // namespace
@@ -66,14 +63,7 @@ void ProgramRun::waitForOutput(int bytes) const {
   for (int ready = 0; ready < bytes; ::ioctl(output_, FIONREAD, &ready)) ::usleep(1000);
 }
 
-void ProgramRun::interrupt() const { ::kill(pid_, SIGINT); }
-
-ProgramResult ProgramRun::finish() {
-  ProgramResult result;
-  result.output = readToEnd(output_);
-  result.exitStatus = waitForEnd(pid_);
-  return result;
-}
+ProgramResult ProgramRun::finish() const { return resultOf(pid_, output_); }
 
 ProgramResult runProgram(const TestFolder& folder, const std::string& arguments, const std::function<void()>& prepare,
                          const char* program) {
@@ -84,10 +74,7 @@ ProgramResult runAtTerminal(const TestFolder& folder, const std::string& argumen
   int terminal = -1;
   const pid_t process = ::forkpty(&terminal, nullptr, nullptr, nullptr);
   if (process == 0) become(program, folder, arguments, {});
-  ProgramResult result;
-  result.output = readToEnd(terminal);
-  result.exitStatus = waitForEnd(process);
-  return result;
+  return resultOf(process, terminal);
 }
 
 }  // namespace tarnvale

@@ -1,6 +1,7 @@
 // The real programs, started in a test's folder.
 #pragma once
 
+#include <csignal>
 #include <functional>
 #include <string>
 
@@ -24,9 +25,9 @@ class ProgramRun {
 
   /// Waits until this many bytes of messages stand in the pipe, whose room is 65,536 bytes.
   void waitForOutput(int bytes) const;
-  void interrupt() const;
+  void interrupt() const { ::kill(pid_, SIGINT); }
   /// Reads the messages and waits for the end.
-  ProgramResult finish();
+  [[nodiscard]] ProgramResult finish() const;
 
  private:
   int pid_ = -1;

@@ -10,8 +10,7 @@ class TestFolder {
  public:
   TestFolder();  // holds an empty folder "tmp" for work files
   ~TestFolder();
-  TestFolder(const TestFolder&) = delete;
-  TestFolder& operator=(const TestFolder&) = delete;
+  TestFolder(TestFolder&&) = delete;
 
   [[nodiscard]] std::string path(std::string_view name = "") const { return folder_ + "/" + std::string(name); }
   /// The path of the file written.

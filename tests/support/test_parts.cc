@@ -29,8 +29,7 @@ StatusCode TestScan::openExisting(const std::string& options, const std::string&
   const std::string line = folder.path("data.txt,out.isi,") + recordLength + "," + folder.path("tmp -") + options;
   const Environment environment;
   const auto makeNoFiles = [](const Settings&) { return status::success; };
-  const ParsedCommand command = parseCommandLine(line, environment, messages, makeNoFiles);
-  settings = command.settings;
+  settings = parseCommandLine(line, environment, messages, makeNoFiles).settings;
   const FileNaming naming = readFileNaming(environment);
   FileNameParts indexParts;
   bool inPlace = false;

@@ -22,8 +22,7 @@ struct TestMessages : Messages {
     std::fclose(stream);
     std::free(text_);
   }
-  TestMessages(const TestMessages&) = delete;
-  TestMessages& operator=(const TestMessages&) = delete;
+  TestMessages(TestMessages&&) = delete;
   [[nodiscard]] std::string text() const { return {text_, size_}; }  // messages are flushed one by one
 
  private:

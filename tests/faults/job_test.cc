@@ -1,0 +1,202 @@
+#include "faults/job_test.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <sstream>
+
+namespace tarnvale {
+
+namespace {
+
+std::vector<LoggedCall> readLog(const std::string& log) {
+  std::vector<LoggedCall> calls;
+  for (std::size_t place = 0; place + sizeof(CallRecord) <= log.size();) {
+    LoggedCall& call = calls.emplace_back();
+    std::memcpy(static_cast<CallRecord*>(&call), &log[place], sizeof(CallRecord));
+    place += sizeof(CallRecord);
+    call.bytes = log.substr(place, call.payload);
+    place += call.payload;
+  }
+  return calls;
+}
+
+// The exit status of the program that the first word names, or of the one that builds; -1 when a signal ended it. Not
+// by a fork, which takes longer than many a run.
+int runToEnd(std::vector<std::string> words, const std::string& folder, const std::string& output) {
+  const char* program = TARNVALE_PROGRAM;
+  if (words[0] == "check") program = TARNVALE_CHECK_PROGRAM;
+  if (words[0] == "read") program = TARNVALE_READ_PROGRAM;
+  if (words[0] != "check" && words[0] != "read") words.insert(words.begin(), program);
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  ::posix_spawn_file_actions_init(&actions);
+  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND,
+                                     0666);
+  ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+  ::posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+  pid_t process = -1;
+  ::posix_spawn(&process, program, &actions, nullptr, argv.data(), environ);
+  ::posix_spawn_file_actions_destroy(&actions);
+  int state = 0;
+  ::waitpid(process, &state, 0);
+  return WIFEXITED(state) ? WEXITSTATUS(state) : -1;
+}
+
+constexpr const char* listIncomplete = "Unable to write all duplicate keys";
+
+bool holds(const Files& files, const std::string& name, const std::string& bytes) {
+  const auto found = files.find(name);
+  return found != files.end() && found->second == bytes;
+}
+
+// True for a file that stays only since it could not be deleted; an index must at least be empty then.
+bool couldNotBeDeleted(const Outcome& now, const std::string& name, const std::string& bytes) {
+  const bool emptied =
+      bytes.empty() || !name.ends_with(".isi") || now.failed("ftruncate", name) || now.failed("truncate", name);
+  return now.failed("unlink", name) && emptied;
+}
+
+}  // namespace
+
+bool Outcome::failed(std::string_view call, std::string_view file) const {
+  return std::ranges::any_of(calls, [&](const LoggedCall& logged) {
+    return logged.error != 0 && logged.what() == call && logged.onFile().ends_with(file);
+  });
+}
+
+std::string Outcome::describe(std::size_t number) const {
+  const LoggedCall& call = calls[number - 1];
+  const std::string file(call.onFile());
+  const std::string place = call.size == 0 ? "" : " " + std::to_string(call.size) + "@" + std::to_string(call.offset);
+  return call.name + (" " + file.substr(file.rfind('/') + 1) + place);
+}
+
+JobTest::JobTest() {
+  if (!job.data.empty()) before["data.txt"] = job.data;
+  for (const std::string& arguments : job.preparation) before = run(before, arguments).files;
+  if (!job.laterData.empty()) before["data.txt"] = job.laterData;
+  clean = run("");
+  EXPECT_EQ(clean.exitStatus, job.does == Does::refuses ? 1 : 0) << clean.output;
+  EXPECT_GT(clean.calls.size(), 3U) << "the layer sees nothing: is it preloaded?";
+}
+
+Outcome JobTest::run(const Files& files, const std::string& arguments, const std::string& faults) {
+  for (const auto& [name, bytes] : present_) {
+    if (!files.contains(name)) std::filesystem::remove(folder_.path(name));
+  }
+  for (const auto& [name, bytes] : files) {
+    const auto found = present_.find(name);
+    if (found == present_.end() || found->second != bytes) folder_.write(name, bytes);
+  }
+  ::setenv("TMPDIR", folder_.path("tmp").c_str(), 1);
+  ::setenv("LD_PRELOAD", TARNVALE_FAULT_LAYER, 1);
+  ::setenv("TARNVALE_FAULTS", faults.c_str(), 1);
+  ::setenv("TARNVALE_FAULT_LOG", notes_.path("log").c_str(), 1);
+  std::istringstream words(arguments);
+  Outcome outcome;
+  outcome.exitStatus = runToEnd({std::istream_iterator<std::string>(words), {}}, folder_.path(), notes_.path("output"));
+  std::istringstream names(folder_.names());
+  for (std::string name; names >> name;) outcome.files[name] = folder_.read(name);
+  present_ = outcome.files;
+  outcome.calls = readLog(notes_.read("log"));
+  std::istringstream lines(notes_.read("output"));
+  for (std::string line; std::getline(lines, line);) {
+    const bool times = line.starts_with("Start time = ");
+    outcome.showsTimes |= times;
+    if (!times) outcome.output += line + "\n";
+  }
+  return outcome;
+}
+
+std::string JobTest::troubleOf(const Outcome& now, bool interrupted) const {
+  if (now.exitStatus < 0 && interrupted && now.files == before) return "";  // before there was a handler
+  const bool reader = job.arguments.starts_with("check ") || job.arguments.starts_with("read ");
+  if (now.exitStatus != 0 && now.exitStatus != 1 && !(reader && now.exitStatus == 2))
+    return "exit status " + std::to_string(now.exitStatus);
+  if (now.exitStatus == 0 && clean.exitStatus == 1) return "success of what must fail";
+  if (interrupted && now.exitStatus > 0 && !now.output.ends_with("Processing aborted via user interrupt.\n"))
+    return "interrupted without saying so";
+  if (now.exitStatus == 0 && now.showsTimes != clean.showsTimes) return "success without the line of times";
+  if (const std::string trouble = troubleOfList(now, interrupted); !trouble.empty()) return trouble;
+  if (now.exitStatus == 0 && job.does == Does::shows && now.output != clean.output)
+    return "success, but shows something else";
+  if (now.exitStatus == 0 || (clean.exitStatus == 1 && now.output == clean.output)) return troubleOfFiles(now);
+  return troubleAfterFailure(now, interrupted);
+}
+
+// The run ended as it does without faults.
+std::string JobTest::troubleOfFiles(const Outcome& now) const {
+  const bool toldOfList = now.says(listIncomplete);
+  for (const auto& [name, bytes] : clean.files) {
+    if (!holds(now.files, name, bytes) && !(name.ends_with(".ERR") && toldOfList))
+      return "ended well, but wrong or no " + name;
+  }
+  for (const auto& [name, bytes] : now.files) {
+    if (!clean.files.contains(name) && !couldNotBeDeleted(now, name, bytes)) return "ended well, but left " + name;
+  }
+  return "";
+}
+
+// An index being compacted: whole under its name, or else whole in the backup, which the messages name.
+std::string JobTest::troubleInPlace(const Outcome& now, bool interrupted) const {
+  const std::string& old = before.at("idx.isi");
+  const auto index = now.files.find("idx.isi");
+  const bool longer = index != now.files.end() && index->second.starts_with(old);  // which harms nobody
+  const bool whole = holds(now.files, "idx.isi", old) || holds(now.files, "idx.isi", clean.files.at("idx.isi")) ||
+                     (longer && now.failed("ftruncate", "idx.isi"));
+  const bool backup = now.files.contains("idx.isi.bak");
+  const bool named = now.says("idx.isi.bak");
+  if (!whole && !holds(now.files, "idx.isi.bak", old)) {
+    return longer ? "the old index with more behind it, and no backup" : "no whole index, nor a whole backup";
+  }
+  if (!whole && !interrupted && !named) return "backup not named";
+  if (whole && backup && !interrupted && !named && !now.failed("unlink", "idx.isi.bak")) return "needless backup left";
+  return "";
+}
+
+// Of the list of duplicate keys there are whole lines, and it is told when its last ones may not have reached the disk.
+std::string JobTest::troubleOfList(const Outcome& now, bool interrupted) const {
+  const auto list = now.files.find("idx.ERR");
+  if (list == now.files.end() || list->second.empty()) return "";
+  const auto whole = clean.files.find("idx.ERR");
+  if (whole == clean.files.end() || !whole->second.starts_with(list->second)) return "wrong list of duplicates";
+  if (interrupted) return list->second.ends_with("\r\n") ? "" : "list of duplicates cut inside a line";
+  const bool doubtful = std::ranges::any_of(now.calls, [](const LoggedCall& call) {
+    return call.what() == "close" && call.onFile() == "idx.ERR" && call.error != 0 && call.error != EINTR;
+  });
+  return doubtful && !now.says(listIncomplete) ? "silent about a list not closed" : "";
+}
+
+std::string JobTest::troubleAfterFailure(const Outcome& now, bool interrupted) const {
+  const bool inPlace = job.does == Does::compactsInPlace;
+  const std::string input = clean.files.contains("new.isi") ? "idx.isi" : "data.txt";
+  bool told = false;
+  std::istringstream lines(now.output);
+  for (std::string line; std::getline(lines, line);) told |= !clean.says(line + "\n");
+  if (!told) return "failure without a message";
+  for (const auto& [name, bytes] : before) {
+    const bool index = name == "idx.isi" && (inPlace || job.does == Does::rebuilds);
+    if (!index && !holds(now.files, name, bytes)) return "failure that touched " + name;
+  }
+  for (const auto& [name, bytes] : now.files) {
+    const bool inputNotClosed = name != input && now.failed("close", input) && holds(clean.files, name, bytes);
+    const bool madeEmpty = name == "data.txt" && bytes.empty() && !interrupted;  // documented: it stays
+    const bool known = holds(before, name, bytes) || name.ends_with(".ERR") || couldNotBeDeleted(now, name, bytes) ||
+                       inputNotClosed || madeEmpty;
+    if (!known && !(inPlace && name.starts_with("idx.isi"))) return "failure that left " + name;
+  }
+  return inPlace ? troubleInPlace(now, interrupted) : "";
+}
+
+}  // namespace tarnvale
