@@ -57,14 +57,14 @@ class MarkFinder {
  private:
   static constexpr std::size_t pieceSize = 64;
 
+  [[nodiscard]] std::uint64_t compareSixteen(const std::uint8_t* bytes) const {
+    const __m128i sixteen = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+    return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(sixteen, mark_)));
+  }
+
   [[nodiscard]] std::uint64_t compare(const std::uint8_t* bytes) const {
-    std::uint64_t equal = 0;
-    for (unsigned i = 0; i < pieceSize; i += sizeof(__m128i)) {
-      const __m128i sixteen = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
-      const auto bits = static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(sixteen, mark_)));
-      equal |= std::uint64_t{bits} << i;
-    }
-    return equal;
+    return compareSixteen(bytes) | compareSixteen(bytes + 16) << 16 | compareSixteen(bytes + 32) << 32 |
+           compareSixteen(bytes + 48) << 48;
   }
 
   const std::uint8_t* piece_;
