@@ -1,6 +1,7 @@
 #include "record_format.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 
 #include "files.h"
@@ -80,20 +81,31 @@ void copyRanges(const RecordFormat& format, const std::uint8_t* columns, std::ui
   }
 }
 
+// How many of eight bytes stand before a TAB.
+std::size_t lengthBeforeTab(std::uint64_t bytes) {
+  constexpr std::uint64_t each = 0x0101010101010101;
+  const std::uint64_t zeroForTab = bytes ^ '\t' * each;
+  return static_cast<std::size_t>(std::countr_zero((zeroForTab - each) & ~zeroForTab & 0x80 * each)) / 8;
+}
+
 // The record's columns up to the key's last one, in memory that is kept from one record to the next.
 const std::uint8_t* keyColumns(const RecordFormat& format, Bytes record) {
+  std::uint64_t piece = 0;
   static std::vector<std::uint8_t> columns;
-  if (columns.size() < format.keyColumns + tabWidth) columns.resize(format.keyColumns + tabWidth);
+  if (columns.size() < format.keyColumns + sizeof piece) columns.resize(format.keyColumns + sizeof piece);
   std::size_t column = 0;
   while (column < format.keyColumns && !record.empty()) {
-    const std::size_t wanted = std::min<std::size_t>(record.size(), format.keyColumns - column);
-    const void* const found = format.expandTabs ? std::memchr(record.data(), '\t', wanted) : nullptr;
-    const std::size_t length =
-        found != nullptr ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - record.data()) : wanted;
-    std::memcpy(&columns[column], record.data(), length);
+    const std::size_t size = std::min(record.size(), sizeof piece);
+    if (size == sizeof piece) {
+      std::memcpy(&piece, record.data(), sizeof piece);
+    } else {
+      std::memcpy(&piece, record.data(), size);
+    }
+    std::memcpy(&columns[column], &piece, sizeof piece);
+    const std::size_t length = format.expandTabs ? std::min(lengthBeforeTab(piece), size) : size;
     column += length;
     record = record.subspan(length);
-    if (found == nullptr) continue;
+    if (length == size || column >= format.keyColumns) continue;
     std::memset(&columns[column], blank, tabWidth);
     column += tabWidth - column % tabWidth;
     record = record.subspan(1);
@@ -145,10 +157,7 @@ bool isSelected(const RecordFormat& format, Bytes record) {
 }
 
 void extractKey(const RecordFormat& format, Bytes record, std::uint8_t* key) {
-  const bool tabs =
-      format.expandTabs &&
-      std::memchr(record.data(), '\t', std::min<std::size_t>(record.size(), format.keyColumns)) != nullptr;
-  const bool whole = !tabs && record.size() >= format.keyColumns;
+  const bool whole = !format.expandTabs && record.size() >= format.keyColumns;
   copyRanges(format, whole ? record.data() : keyColumns(format, record), key);
   if (!format.upperCase) return;
   for (std::uint8_t& byte : std::span(key, format.keyLength)) {
