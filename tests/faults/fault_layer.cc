@@ -65,21 +65,21 @@ bool strikes(Fault& fault, int number, const char* name) {
 }
 
 // The call as it was asked for.
-CallRecord about(const char* name, const char* file, std::size_t size = 0, off_t offset = 0) {
+CallRecord about(const char* name, const char* file, std::int64_t size = 0, off_t offset = 0) {
   CallRecord record;
   std::strncpy(record.name, name, sizeof record.name - 1);
   std::strncpy(record.file, file, sizeof record.file - 1);
-  record.size = static_cast<std::int64_t>(size);
+  record.size = size;
   record.offset = offset;
   return record;
 }
-CallRecord about(const char* name, int fd, std::size_t size = 0, off_t offset = 0) {
+CallRecord about(const char* name, int fd, std::int64_t size = 0, off_t offset = 0) {
   return about(name, fd >= 0 && fd < 256 ? names[fd] : "", size, offset);
 }
 
 // Makes the call by `real`, which is given the size of a transfer. A transfer has a buffer, an open the file's name.
 template <typename Real>
-auto pass(CallRecord record, Real real, const void* buffer = nullptr, const char* opened = nullptr) {
+auto pass(CallRecord record, const void* buffer, const char* opened, Real real) {
   auto size = static_cast<std::size_t>(record.size);
   if (!awake) return real(size);
   // Not earlier: a program that counts its branches would write them before this.
@@ -110,7 +110,8 @@ auto pass(CallRecord record, Real real, const void* buffer = nullptr, const char
   record.result = std::int64_t(result);
   record.error = record.result == -1 ? savedErrno : 0;
   if (opened != nullptr) std::strncpy(record.file, opened, sizeof record.file - 1);  // mkstemp has completed it
-  if (opened != nullptr && result >= 0 && record.result < 256) std::strcpy(names[record.result], record.file);
+  if (opened != nullptr && result >= 0 && record.result < 256)
+    std::memcpy(names[record.result], record.file, sizeof record.file);
   const bool kept = group == "write" && record.result > 0 && std::strchr(record.file, '/') == nullptr;
   if (kept) record.payload = static_cast<std::uint64_t>(record.result);
   if (logged) ::syscall(SYS_write, logFd, &record, sizeof record);
@@ -122,18 +123,18 @@ auto pass(CallRecord record, Real real, const void* buffer = nullptr, const char
 
 template <typename Buffer, typename... Offset>
 ssize_t passTransfer(const CallRecord& record, long call, int fd, Buffer buffer, Offset... offset) {
-  return pass(
-      record, [&](auto size) { return ::syscall(call, fd, buffer, size, offset...); }, buffer);
+  return pass(record, buffer, nullptr, [&](auto size) { return ::syscall(call, fd, buffer, size, offset...); });
 }
-template <typename... Arguments>
-long passOn(const CallRecord& record, long call, Arguments... arguments) {
-  return pass(record, [&](auto) { return ::syscall(call, arguments...); });
+template <typename Result = int, typename... Arguments>
+Result passOn(const CallRecord& record, long call, Arguments... arguments) {
+  return pass(record, nullptr, nullptr, [&](auto) { return static_cast<Result>(::syscall(call, arguments...)); });
 }
 
 // The call gives memory, or `refusal`.
 template <typename Real>
 void* passMemory(const char* name, void* refusal, Real real) {
-  const auto result = pass(about(name, ""), [&](auto) { return reinterpret_cast<std::intptr_t>(real()); });
+  const auto toNumber = [&](auto) { return reinterpret_cast<std::intptr_t>(real()); };
+  const std::intptr_t result = pass(about(name, ""), nullptr, nullptr, toNumber);
   return result == -1 ? refusal : reinterpret_cast<void*>(result);
 }
 
@@ -176,14 +177,12 @@ int open(const char* file, int flags, ...) {
   va_end(rest);
   CallRecord record = about("open", file);
   record.flags = flags;
-  const auto openIt = [&](auto) { return int(::syscall(SYS_openat, AT_FDCWD, file, flags, mode)); };
-  return pass(record, openIt, nullptr, file);
+  return pass(record, nullptr, file, [&](auto) { return int(::syscall(SYS_openat, AT_FDCWD, file, flags, mode)); });
 }
 
 int mkstemp(char* file) {
   static const auto real = reinterpret_cast<int (*)(char*)>(::dlsym(RTLD_NEXT, "mkstemp"));
-  const auto makeIt = [&](auto) { return real(file); };
-  return pass(about("mkstemp", file), makeIt, nullptr, file);
+  return pass(about("mkstemp", file), nullptr, file, [&](auto) { return real(file); });
 }
 
 ssize_t read(int fd, void* buffer, std::size_t size) {
@@ -200,16 +199,14 @@ ssize_t pwrite(int fd, const void* bytes, std::size_t size, off_t offset) {
   return passTransfer(about("pwrite", fd, size, offset), SYS_pwrite64, fd, bytes, offset);
 }
 
-int close(int fd) { return int(passOn(about("close", fd), SYS_close, fd)); }
-int unlink(const char* file) noexcept { return int(passOn(about("unlink", file), SYS_unlink, file)); }
+int close(int fd) { return passOn(about("close", fd), SYS_close, fd); }
+int unlink(const char* file) noexcept { return passOn(about("unlink", file), SYS_unlinkat, AT_FDCWD, file, 0); }
 off_t lseek(int fd, off_t offset, int whence) noexcept {
-  return passOn(about("lseek", fd), SYS_lseek, fd, offset, whence);
+  return passOn<off_t>(about("lseek", fd), SYS_lseek, fd, offset, whence);
 }
-int ftruncate(int fd, off_t size) noexcept {
-  return int(passOn(about("ftruncate", fd, std::size_t(size)), SYS_ftruncate, fd, size));
-}
+int ftruncate(int fd, off_t size) noexcept { return passOn(about("ftruncate", fd, size), SYS_ftruncate, fd, size); }
 int truncate(const char* file, off_t size) noexcept {
-  return int(passOn(about("truncate", file, std::size_t(size)), SYS_truncate, file, size));
+  return passOn(about("truncate", file, size), SYS_truncate, file, size);
 }
 // Only the descriptor is looked at: the power does not really fail, and waiting for the disk takes long.
 int fsync(int fd) { return passOn(about("fsync", fd), SYS_fcntl, fd, F_GETFD) < 0 ? -1 : 0; }
@@ -219,13 +216,11 @@ int fcntl(int fd, int command, ...) {
   va_start(rest, command);
   void* const argument = va_arg(rest, void*);
   va_end(rest);
-  return int(passOn(about("fcntl", fd), SYS_fcntl, fd, command, argument));
+  return passOn(about("fcntl", fd), SYS_fcntl, fd, command, argument);
 }
 
-int fstat(int fd, struct stat* information) noexcept {
-  return int(passOn(about("fstat", fd), SYS_fstat, fd, information));
-}
-int stat(const char* file, struct stat* information) noexcept {
-  return int(passOn(about("stat", file), SYS_stat, file, information));
+int fstat(int fd, struct stat* found) noexcept { return passOn(about("fstat", fd), SYS_fstat, fd, found); }
+int stat(const char* file, struct stat* found) noexcept {
+  return passOn(about("stat", file), SYS_newfstatat, AT_FDCWD, file, found, 0);
 }
 }
