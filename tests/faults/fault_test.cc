@@ -9,13 +9,9 @@
 namespace tarnvale {
 namespace {
 
-struct Kind {
-  const char* name;  // kind, code and scope of a fault
-  bool transfersOnly = false;
-};
-constexpr Kind kinds[] = {{"error 5 once"},       {"error 5 same"},      {"error 5 all"},
-                          {"error 28 same"},      {"error 4 thrice"},    {"short 0 once", true},
-                          {"short 0 same", true}, {"zero 0 once", true}, {"zero 0 same", true}};
+// Kind, code and scope of a fault.
+constexpr const char* kinds[] = {"error 5 once", "error 5 same", "error 5 all", "error 28 same", "error 4 thrice",
+                                 "short 0 once", "short 0 same", "zero 0 once", "zero 0 same"};
 constexpr const char* signals[] = {"before 2 once", "before 15 once", "before 1 once",
                                    "after 2 once",  "after 15 once",  "after 1 once"};
 static_assert(EIO == 5 && ENOSPC == 28 && EINTR == 4 && SIGINT == 2 && SIGTERM == 15 && SIGHUP == 1);
@@ -24,9 +20,10 @@ std::string faultAt(const char* kind, std::size_t number) { return kind + (" " +
 
 class Fault : public JobTest {
  protected:
-  [[nodiscard]] bool meets(const Kind& kind, std::size_t number) const {
+  // Nothing but a transfer can be short, or move nothing.
+  [[nodiscard]] bool meets(std::string_view kind, std::size_t number) const {
     const std::string_view call = clean.calls[number - 1].what();
-    return !kind.transfersOnly || call.ends_with("read") || call.ends_with("write");
+    return kind.starts_with("error") || call.ends_with("read") || call.ends_with("write");
   }
 
   // Runs one in `every` of the cases, so that all of them take less than a minute, or each one when the environment
@@ -49,8 +46,8 @@ class Fault : public JobTest {
 TEST_P(Fault, AtAnyCallEndsInSuccessOrInACleanFailure) {
   const std::size_t every = 7 + 6 * (clean.calls.size() / 50);  // no multiple of 2 or 3: of all kinds some are tried
   for (std::size_t number = 1; number <= clean.calls.size(); ++number) {
-    for (const Kind& kind : kinds) {
-      if (meets(kind, number)) tryFaults(faultAt(kind.name, number), number, every);
+    for (const char* const kind : kinds) {
+      if (meets(kind, number)) tryFaults(faultAt(kind, number), number, every);
     }
   }
 }
@@ -59,14 +56,13 @@ TEST_P(Fault, AtAnyCallEndsInSuccessOrInACleanFailure) {
 class SecondFault : public Fault {};
 
 TEST_P(SecondFault, AtAnyLaterCallCostsNoIndexEither) {
-  constexpr Kind pairs[][2] = {{{"zero 0 once", true}, {"error 5 once"}},
-                               {{"error 5 once"}, {"error 5 same"}},
-                               {{"error 5 once"}, {"zero 0 same", true}}};
+  constexpr const char* pairs[][2] = {
+      {"zero 0 once", "error 5 once"}, {"error 5 once", "error 5 same"}, {"error 5 once", "zero 0 same"}};
   for (const auto& [first, second] : pairs) {
     for (std::size_t i = 1; i <= clean.calls.size(); ++i) {
       if (!meets(first, i)) continue;
-      const std::string fault = faultAt(first.name, i) + " ";
-      for (std::size_t j = i + 1; j < i + 30; ++j) tryFaults(fault + faultAt(second.name, j), i, 31);
+      const std::string fault = faultAt(first, i) + " ";
+      for (std::size_t j = i + 1; j < i + 30; ++j) tryFaults(fault + faultAt(second, j), i, 31);
     }
   }
 }

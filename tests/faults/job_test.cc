@@ -1,8 +1,5 @@
 #include "faults/job_test.h"
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,8 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <sstream>
+
+#include "support/program_run.h"
 
 namespace tarnvale {
 
@@ -29,28 +27,10 @@ std::vector<LoggedCall> readLog(const std::string& log) {
   return calls;
 }
 
-// The exit status of the program that the first word names, or of the one that builds; -1 when a signal ended it. Not
-// by a fork, which takes longer than many a run.
-int runToEnd(std::vector<std::string> words, const std::string& folder, const std::string& output) {
-  const char* program = TARNVALE_PROGRAM;
-  if (words[0] == "check") program = TARNVALE_CHECK_PROGRAM;
-  if (words[0] == "read") program = TARNVALE_READ_PROGRAM;
-  if (words[0] != "check" && words[0] != "read") words.insert(words.begin(), program);
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND,
-                                     0666);
-  ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  ::posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
-  pid_t process = -1;
-  ::posix_spawn(&process, program, &actions, nullptr, argv.data(), environ);
-  ::posix_spawn_file_actions_destroy(&actions);
-  int state = 0;
-  ::waitpid(process, &state, 0);
-  return WIFEXITED(state) ? WEXITSTATUS(state) : -1;
+// The program that the first word names, unless it is the one that builds.
+const char* readerOf(const std::string& arguments) {
+  if (arguments.starts_with("check ")) return TARNVALE_CHECK_PROGRAM;
+  return arguments.starts_with("read ") ? TARNVALE_READ_PROGRAM : nullptr;
 }
 
 constexpr const char* listIncomplete = "Unable to write all duplicate keys";
@@ -96,21 +76,24 @@ Outcome JobTest::run(const Files& files, const std::string& arguments, const std
     if (!files.contains(name)) std::filesystem::remove(folder_.path(name));
   }
   for (const auto& [name, bytes] : files) {
-    const auto found = present_.find(name);
-    if (found == present_.end() || found->second != bytes) folder_.write(name, bytes);
+    if (!holds(present_, name, bytes)) folder_.write(name, bytes);
   }
-  ::setenv("TMPDIR", folder_.path("tmp").c_str(), 1);
-  ::setenv("LD_PRELOAD", TARNVALE_FAULT_LAYER, 1);
-  ::setenv("TARNVALE_FAULTS", faults.c_str(), 1);
-  ::setenv("TARNVALE_FAULT_LOG", notes_.path("log").c_str(), 1);
-  std::istringstream words(arguments);
+  const auto preloadLayer = [&] {
+    ::dup2(STDOUT_FILENO, STDERR_FILENO);
+    ::setenv("LD_PRELOAD", TARNVALE_FAULT_LAYER, 1);
+    ::setenv("TARNVALE_FAULTS", faults.c_str(), 1);
+    ::setenv("TARNVALE_FAULT_LOG", notes_.path("log").c_str(), 1);
+  };
+  const char* const reader = readerOf(arguments);
+  const std::string rest = reader == nullptr ? arguments : arguments.substr(arguments.find(' ') + 1);
+  const ProgramResult result = runProgram(folder_, rest, preloadLayer, reader == nullptr ? TARNVALE_PROGRAM : reader);
   Outcome outcome;
-  outcome.exitStatus = runToEnd({std::istream_iterator<std::string>(words), {}}, folder_.path(), notes_.path("output"));
+  outcome.exitStatus = result.exitStatus;
   std::istringstream names(folder_.names());
   for (std::string name; names >> name;) outcome.files[name] = folder_.read(name);
   present_ = outcome.files;
   outcome.calls = readLog(notes_.read("log"));
-  std::istringstream lines(notes_.read("output"));
+  std::istringstream lines(result.output);
   for (std::string line; std::getline(lines, line);) {
     const bool times = line.starts_with("Start time = ");
     outcome.showsTimes |= times;
@@ -121,8 +104,7 @@ Outcome JobTest::run(const Files& files, const std::string& arguments, const std
 
 std::string JobTest::troubleOf(const Outcome& now, bool interrupted) const {
   if (now.exitStatus < 0 && interrupted && now.files == before) return "";  // before there was a handler
-  const bool reader = job.arguments.starts_with("check ") || job.arguments.starts_with("read ");
-  if (now.exitStatus != 0 && now.exitStatus != 1 && !(reader && now.exitStatus == 2))
+  if (now.exitStatus < 0 || now.exitStatus > (readerOf(job.arguments) == nullptr ? 1 : 2))
     return "exit status " + std::to_string(now.exitStatus);
   if (now.exitStatus == 0 && clean.exitStatus == 1) return "success of what must fail";
   if (interrupted && now.exitStatus > 0 && !now.output.ends_with("Processing aborted via user interrupt.\n"))

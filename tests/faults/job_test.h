@@ -24,7 +24,7 @@ struct LoggedCall : CallRecord {
 /// A run under the fault layer, and all that is there afterwards.
 struct Outcome {
   int exitStatus = -1;  // -1: a signal ended it
-  std::string output;   // both streams, which are a file; without the line of times
+  std::string output;   // of both streams, without the line of times
   bool showsTimes = false;
   Files files;
   std::vector<LoggedCall> calls;
@@ -73,7 +73,7 @@ class JobTest : public testing::TestWithParam<Job> {
   [[nodiscard]] std::string troubleAfterFailure(const Outcome& now, bool interrupted) const;
 
   TestFolder folder_;
-  TestFolder notes_;  // log and output
+  TestFolder notes_;  // the log of calls
   Files present_;     // in the folder
 };
 
