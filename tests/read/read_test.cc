@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <tuple>
 
 #include "support/data_sample.h"
@@ -39,13 +40,12 @@ std::uint64_t lfaOf(const IndexEntry& entry, bool recordNumbers) {
 }
 
 std::string asLines(const Entries& entries, bool recordNumbers) {
-  std::string lines;
+  std::ostringstream lines;
   for (const IndexEntry& entry : entries) {
-    lines += std::to_string(entry.position) + "\t" + std::to_string(lfaOf(entry, recordNumbers)) + "\t" +
-             std::to_string(entry.recordLength) + "\t" + std::to_string(entry.duplicateNumber) + "\t" +
-             escaped(entry.key) + "\n";
+    lines << entry.position << '\t' << lfaOf(entry, recordNumbers) << '\t' << entry.recordLength << '\t'
+          << entry.duplicateNumber << '\t' << escaped(entry.key) << '\n';
   }
-  return lines;
+  return lines.str();
 }
 
 // Those from the first key that begins with `from` or comes later to the last one that begins with `to`.
@@ -53,11 +53,6 @@ Entries inRange(Entries entries, const std::string& from, const std::string& to)
   std::erase_if(entries, [&](const IndexEntry& entry) {
     return entry.key.compare(0, from.size(), from) < 0 || entry.key.compare(0, to.size(), to) > 0;
   });
-  return entries;
-}
-
-Entries backwards(Entries entries) {
-  std::ranges::reverse(entries);
   return entries;
 }
 
@@ -95,6 +90,7 @@ TEST(Read, WritesAllEntriesKeysAndRangesOfEveryFormatInBothByteOrders) {
   std::mt19937 random(11);
   for (int turn = 0; turn < 20; ++turn) {  // five formats, four marks
     const ReadSample s(turn, random);
+    const Entries backwards(s.entries.rbegin(), s.entries.rend());
     const auto randomKey = [&](std::size_t least) {
       std::string key = s.entries[random() % s.entries.size()].key;
       if (random() % 4 == 0) key[random() % key.size()] = static_cast<char>('A' + random() % 4);
@@ -103,7 +99,7 @@ TEST(Read, WritesAllEntriesKeysAndRangesOfEveryFormatInBothByteOrders) {
     if (turn % 3 == 0) s.write("idx.ISI", otherByteOrder(s.read("idx.ISI")));
     for (const bool records : {false, true}) {
       s.expect("-n 99999999", s.entries, records);
-      s.expect("-b", backwards(s.entries), records);
+      s.expect("-b", backwards, records);
     }
     const bool records = turn % 2 == 0;
     const std::string key = randomKey(5);
@@ -112,48 +108,53 @@ TEST(Read, WritesAllEntriesKeysAndRangesOfEveryFormatInBothByteOrders) {
     s.expect("-k " + asArgument(key), inRange(s.entries, key, key), records);
     s.expect("-p " + asArgument(to), inRange(s.entries, to, to), records);
     s.expect("-f " + asArgument(from) + " -t " + asArgument(to), inRange(s.entries, from, to), !records);
-    Entries some = backwards(inRange(s.entries, from, ""));
+    Entries some = inRange(backwards, from, "");
     some.resize(std::min<std::size_t>(some.size(), 3));
     s.expect("-b -n 3 -f " + asArgument(from), some, !records);
   }
 }
 
-// An index over towns in upper case, two of each.
-struct TownFolder : TestFolder {
-  TownFolder() {
-    write("towns.txt", "Porto\nOslo\nrig\\~\nPorto\nO\xF8sl\nOslo\n");
-    EXPECT_EQ(runProgram(*this, "towns.txt,towns.isi,L6 -v,u,1-6").exitStatus, 0);
+// A data file and its index idx.isi.
+struct Indexed : TestFolder {
+  Indexed(const std::string& data, const std::string& options) {
+    write("data.txt", data);
+    EXPECT_EQ(runProgram(*this, "data.txt,idx.isi" + options).exitStatus, 0) << options;
   }
 };
 
+// Towns in upper case, two of most.
+struct Towns : Indexed {
+  Towns() : Indexed("Porto\nOslo\nrig\\~\nPorto\nO\xF8sl\nOslo\n", ",L6 -v,u,1-6") {}
+};
+
 TEST(Read, TakesArgumentsAsDocumented) {
-  const TownFolder folder;
+  const Towns folder;
   const std::string oslo = "6\t6\t5\t0\tOSLO  \n28\t28\t5\t1\tOSLO  \n";
   // arguments; exit status; the output, or its beginning where that is no line and no object of JSON
   const std::tuple<const char*, int, std::string> cases[] = {
-      {"-k oslo towns.isi", 0, oslo},  // folded and filled up
-      {"-t O -f \\x4f towns.isi", 0, oslo + "23\t23\t5\t0\tO\\xF8SL  \n"},
-      {"-k rig\\\\~ towns.isi", 0, "11\t11\t6\t0\tRIG\\\\~ \n"},
-      {"--json -n 1 towns.isi", 0, R"({"position":6,"lfa":6,"length":5,"duplicate":0,"key":"OSLO  "})"},
-      {"--json -p o\\xF8 towns.isi", 0, R"({"position":23,"lfa":23,"length":5,"duplicate":0,"keyHex":"4FF8534C2020"})"},
-      {"--json -k rig\\\\~ towns.isi", 0, R"({"position":11,"lfa":11,"length":6,"duplicate":0,"key":"RIG\\~ "})"},
-      {"--json --header towns.isi", 0,
-       R"({"dataFile":"towns.txt","command":"towns.txt,towns.isi,L6 -v,u,1-6","recordLength":6,"endOfRecord":"LF",)"
+      {"-k oslo idx.isi", 0, oslo},  // folded and filled up
+      {"-t O -f \\x4f idx.isi", 0, oslo + "23\t23\t5\t0\tO\\xF8SL  \n"},
+      {"-k rig\\\\~ idx.isi", 0, "11\t11\t6\t0\tRIG\\\\~ \n"},
+      {"--json -n 1 idx.isi", 0, R"({"position":6,"lfa":6,"length":5,"duplicate":0,"key":"OSLO  "})"},
+      {"--json -p o\\xF8 idx.isi", 0, R"({"position":23,"lfa":23,"length":5,"duplicate":0,"keyHex":"4FF8534C2020"})"},
+      {"--json -k rig\\\\~ idx.isi", 0, R"({"position":11,"lfa":11,"length":6,"duplicate":0,"key":"RIG\\~ "})"},
+      {"--json --header idx.isi", 0,
+       R"({"dataFile":"data.txt","command":"data.txt,idx.isi,L6 -v,u,1-6","recordLength":6,"endOfRecord":"LF",)"
        R"("variableLength":true,"tabsForBlanks":false,"keyLength":6,"keyColumns":"1-6","upperCase":true,)"
        R"("equalKeys":true,"recordsScanned":6,"deletedRecords":0,"deletedKept":false,"dataExtent":33,)"
        R"("recordNumbers":false,"changeCounter":0,"bigEndian":false})"},
-      {"--header towns.isi", 0, "Data file:               towns.txt\nCommand: "},
-      {"-n 0 towns.isi", 1, ""},
-      {"-k Lisbon+ towns.isi", 2, "The key is longer than those of the index: towns.isi\n"},
-      {"-k \\x4 towns.isi", 2, "tarnvale-read: neither \\xHH nor \\\\ at a backslash: \\x4\nUsage: "},
-      {"-k \\x4g towns.isi", 2, "tarnvale-read: no two hexadecimal digits behind \\x: \\x4g\nUsage: "},
-      {"-k O -t P towns.isi", 2, "tarnvale-read: a second key for one end of the range: P\nUsage: "},
-      {"-n -1 towns.isi", 2, "tarnvale-read: not a number of entries: -1\nUsage: "},
-      {"--header -b towns.isi", 2, "tarnvale-read: --header goes with --json only\nUsage: "},
-      {"-r --json towns.isi", 2, "tarnvale-read: -r and --json exclude each other\nUsage: "},
+      {"--header idx.isi", 0, "Data file:               data.txt\nCommand: "},
+      {"-n 0 idx.isi", 1, ""},
+      {"-k Lisbon+ idx.isi", 2, "The key is longer than those of the index: idx.isi\n"},
+      {"-k \\x4 idx.isi", 2, "tarnvale-read: neither \\xHH nor \\\\ at a backslash: \\x4\nUsage: "},
+      {"-k \\x4g idx.isi", 2, "tarnvale-read: no two hexadecimal digits behind \\x: \\x4g\nUsage: "},
+      {"-k O -t P idx.isi", 2, "tarnvale-read: a second key for one end of the range: P\nUsage: "},
+      {"-n -1 idx.isi", 2, "tarnvale-read: not a number of entries: -1\nUsage: "},
+      {"--header -b idx.isi", 2, "tarnvale-read: --header goes with --json only\nUsage: "},
+      {"-r --json idx.isi", 2, "tarnvale-read: -r and --json exclude each other\nUsage: "},
       {"-b", 2, "tarnvale-read: one index is to be named\nUsage: "},
       {"nowhere.isi", 2, "Can't open .isi file nowhere.isi\n"},
-      {"towns.txt", 2, "towns.txt: its first 2048 bytes are not those of an index\n"},
+      {"data.txt", 2, "data.txt: its first 2048 bytes are not those of an index\n"},
       {"-h", 0, "Usage: tarnvale-read "},
       {"--version", 0, "tarnvale-read  Version "},
   };
@@ -165,28 +166,25 @@ TEST(Read, TakesArgumentsAsDocumented) {
     EXPECT_EQ(result.output.substr(0, whole ? std::string::npos : wanted.size()), wanted) << arguments;
   }
   const auto closeOutput = [] { ::close(STDOUT_FILENO); };  // the index must not come in its place
-  EXPECT_EQ(runProgram(folder, "towns.isi", closeOutput, TARNVALE_READ_PROGRAM).exitStatus, 0);
+  EXPECT_EQ(runProgram(folder, "idx.isi", closeOutput, TARNVALE_READ_PROGRAM).exitStatus, 0);
 }
 
-// An index with more lines than the output is collected for, and than a pipe has room for.
-struct LongFolder : TestFolder {
-  LongFolder() {
-    std::string data;
-    for (int i = 10000; i < 20000; ++i) data += std::to_string(i) + "\n";
-    write("long.txt", data);
-    EXPECT_EQ(runProgram(*this, "long.txt,long.isi -1-5").exitStatus, 0);
-  }
-};
+// More lines than the output is collected for, and than a pipe has room for.
+std::string manyLines() {
+  std::string data;
+  for (int i = 10000; i < 20000; ++i) data += std::to_string(i) + "\n";
+  return data;
+}
 
 TEST(Read, SaysThatItsOutputCannotBeWritten) {
-  const LongFolder folder;
+  const Indexed folder(manyLines(), " -1-5");
   const auto fullDisk = [] {
     ::dup2(STDOUT_FILENO, STDERR_FILENO);
     ::dup2(::open("/dev/full", O_WRONLY), STDOUT_FILENO);
   };
   const char* const full = "Can't write the output: No space left on device\n";
   const std::pair<const char*, const char*> cases[] = {
-      {"-n 1 long.isi", full}, {"long.isi", full}, {"--header long.isi", full}, {"--help", ""}, {"--version", ""}};
+      {"-n 1 idx.isi", full}, {"idx.isi", full}, {"--header idx.isi", full}, {"--help", ""}, {"--version", ""}};
   for (const auto& [arguments, output] : cases) {
     const ProgramResult result = runProgram(folder, arguments, fullDisk, TARNVALE_READ_PROGRAM);
     EXPECT_EQ(result.exitStatus, 2) << arguments;
@@ -195,59 +193,56 @@ TEST(Read, SaysThatItsOutputCannotBeWritten) {
 }
 
 TEST(Read, NeedsTheDataFileForRecordsOnlyAndSaysWhenItIsAnotherOne) {
-  const TownFolder folder;
-  folder.write("tmp/towns.isi", folder.read("towns.isi"));
-  std::rename(folder.path("towns.txt").c_str(), folder.path("tmp/towns.txt").c_str());
-  EXPECT_EQ(readWith(folder, "-n 1 towns.isi").exitStatus, 0);
-  EXPECT_EQ(readWith(folder, "-r -n 1 towns.isi").output, "Can't open source file towns.txt\n");
-  EXPECT_EQ(readWith(folder, "-r -n 1 tmp/towns.isi").output, "Oslo\n") << "found beside the index";
-  std::string withoutLength = folder.read("towns.isi");
+  const Towns folder;
+  folder.write("tmp/idx.isi", folder.read("idx.isi"));
+  std::rename(folder.path("data.txt").c_str(), folder.path("tmp/data.txt").c_str());
+  EXPECT_EQ(readWith(folder, "-n 1 idx.isi").exitStatus, 0);
+  EXPECT_EQ(readWith(folder, "-r -n 1 idx.isi").output, "Can't open source file data.txt\n");
+  EXPECT_EQ(readWith(folder, "-r -n 1 tmp/idx.isi").output, "Oslo\n") << "found beside the index";
+  std::string withoutLength = folder.read("idx.isi");
   setNumberAt(withoutLength, 1024 + 10, 2, 0);
   folder.write("none.isi", withoutLength);
-  folder.write("towns.txt", "Porto\nOslo   \nRiga\n");
-  for (const char* const arguments : {"-r towns.isi", "-r none.isi"}) {
+  folder.write("data.txt", "Porto\nOslo   \nRiga\n");
+  for (const char* const arguments : {"-r idx.isi", "-r none.isi"}) {
     const ProgramResult other = readWith(folder, arguments);
     EXPECT_EQ(other.exitStatus, 2);
-    EXPECT_EQ(other.output, "The data file does not have the records of its index: towns.txt\n");
+    EXPECT_EQ(other.output, "The data file does not have the records of its index: data.txt\n");
   }
 }
 
 TEST(Read, WaitsForACompactionInPlaceAndReadsWhatItHasWritten) {
-  const TownFolder folder;
-  const std::string before = folder.read("towns.isi");
-  runProgram(folder, "towns.txt,one.isi,L6 -v,1-1");
+  const Towns folder;
+  runProgram(folder, "data.txt,one.isi,L6 -v,1-1");
   std::string compacted = folder.read("one.isi");
   compacted[32] = 1;
   std::optional<ProgramRun> run;
   {
-    const HeldLock update(folder.path("towns.txt"), writeUpdate);
-    run.emplace(folder, "towns.isi", std::function<void()>(), TARNVALE_READ_PROGRAM);
+    const HeldLock update(folder.path("data.txt"), writeUpdate);
+    run.emplace(folder, "idx.isi", std::function<void()>(), TARNVALE_READ_PROGRAM);
     ::usleep(100000);
-    folder.write("towns.isi", compacted);
+    folder.write("idx.isi", compacted);
   }
   EXPECT_EQ(run->finish().output, asLines(readIndex(compacted).entries, false));
-  const HeldLock access(folder.path("towns.txt"), writeAccess);
-  EXPECT_EQ(readWith(folder, "towns.isi").output, "The data file is in exclusive use: towns.txt\n");
+  const HeldLock access(folder.path("data.txt"), writeAccess);
+  EXPECT_EQ(readWith(folder, "idx.isi").output, "The data file is in exclusive use: data.txt\n");
 }
 
 TEST(Read, NoticesACompactionThatNoLockKeptOff) {
-  const LongFolder folder;
-  std::rename(folder.path("long.txt").c_str(), folder.path("away.txt").c_str());
-  ProgramRun run(folder, "long.isi", {}, TARNVALE_READ_PROGRAM);
+  const Indexed folder(manyLines(), " -1-5");
+  std::rename(folder.path("data.txt").c_str(), folder.path("away.txt").c_str());
+  ProgramRun run(folder, "idx.isi", {}, TARNVALE_READ_PROGRAM);
   run.waitForOutput(65536);  // and it can write no more
-  std::string changed = folder.read("long.isi");
+  std::string changed = folder.read("idx.isi");
   changed[32] = 1;
-  folder.write("long.isi", changed);
+  folder.write("idx.isi", changed);
   EXPECT_EQ(run.finish().exitStatus, 2);
 }
 
 TEST(Read, WritesWhatIsThereOrEndsWithStatus2WhenABitIsWrongOrBytesAreMissing) {
-  const TestFolder folder;
   std::string data;
   for (int i = 0; i < 20; ++i) data += std::string(36, 'k') + std::to_string(1000 + i * 7 % 10) + "\n";
-  folder.write("data.txt", data);
-  ASSERT_EQ(runProgram(folder, "data.txt,good.isi -1-40").exitStatus, 0);
-  const std::string good = folder.read("good.isi");
+  const Indexed folder(data, " -1-40");
+  const std::string good = folder.read("idx.isi");
   ASSERT_EQ(good.size(), 2048U + 2 * 512);  // a root of two entries above two leaves
   std::size_t refused = 0;
   // Every byte of the header's numbers, of the first entry's in a node, and of what stands behind the entries.
