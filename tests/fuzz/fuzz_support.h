@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -41,10 +42,7 @@ class ScratchFile {
   [[nodiscard]] int fd() const { return fd_; }
   [[nodiscard]] const std::string& name() const { return name_; }
 
-  [[nodiscard]] static std::string folder() {
-    const char* const fromProcess = std::getenv("TMPDIR");
-    return fromProcess != nullptr ? fromProcess : "/tmp";
-  }
+  [[nodiscard]] static std::string folder() { return std::filesystem::temp_directory_path(); }
 
  private:
   std::string name_;

@@ -44,13 +44,6 @@ std::string madeFile(std::string_view input, bool swapped) {
   return file;
 }
 
-// A file that could be opened, and a cursor on it.
-struct OpenIndex {
-  IsiHandle handle;
-  IndexCursor cursor;
-  std::uint64_t mostEntries;
-};
-
 // What holds of an entry that the cursor has moved to.
 void checkEntry(const IndexCursor& cursor) {
   const IndexCursor::PathStep& step = cursor.path[cursor.depth];
@@ -72,15 +65,16 @@ struct Walk {
   bool whole;
 };
 
-Walk walkOn(OpenIndex& index, bool backwards) {
+Walk walkOn(IndexCursor& cursor, bool backwards) {
   Walk walk{};
-  IndexCursor& cursor = index.cursor;
+  const IsiHandle& handle = *cursor.handle;
+  const std::uint64_t mostEntries = (fileSize(handle.fd).value_or(0) / nodeSize + 1) * handle.entriesPerNode;
   const auto step = [&] { return backwards ? previousEntry(cursor) : nextEntry(cursor); };
   IndexResult result = IndexResult::done;
   while ((result = step()) == IndexResult::done) {
-    demand(walk.keys.size() < index.mostEntries, "a walk gives no more entries than the file has");
+    demand(walk.keys.size() < mostEntries, "a walk gives no more entries than the file has");
     checkEntry(cursor);
-    walk.keys.emplace_back(reinterpret_cast<const char*>(isiEntryKey(cursor.entry)), index.handle.keyLength);
+    walk.keys.emplace_back(reinterpret_cast<const char*>(isiEntryKey(cursor.entry)), handle.keyLength);
   }
   if (backwards) std::ranges::reverse(walk.keys);
   demand(std::ranges::is_sorted(walk.keys), "keys ascend");
@@ -90,13 +84,13 @@ Walk walkOn(OpenIndex& index, bool backwards) {
 }
 
 // Looks for a key among those of the walk from the beginning, or where that went wrong among unknown ones.
-void lookUp(OpenIndex& index, const Walk& all, const std::string& key) {
+void lookUp(IndexCursor& cursor, const Walk& all, const std::string& key) {
   for (const bool behind : {false, true}) {
     const auto isLeft = [&](const std::string& other) { return other.compare(0, key.size(), key) < (behind ? 1 : 0); };
     const auto place = std::ranges::partition_point(all.keys, isLeft);
     for (const bool backwards : {false, true}) {
-      if ((behind ? seekBehind : seekBefore)(index.cursor, index.handle, key) != IndexResult::done) continue;
-      const Walk found = walkOn(index, backwards);
+      if ((behind ? seekBehind : seekBefore)(cursor, *cursor.handle, key) != IndexResult::done) continue;
+      const Walk found = walkOn(cursor, backwards);
       const bool same = backwards ? std::equal(found.keys.begin(), found.keys.end(), all.keys.begin(), place)
                                   : std::equal(found.keys.begin(), found.keys.end(), place, all.keys.end());
       demand(!all.whole || (found.whole && same), "from a key on both directions give the entries of a walk");
@@ -131,19 +125,17 @@ void tryInput(std::string_view input) {
   const std::string file = chosen(makeHeader) ? madeFile(rest, chosen(bigEndian)) : std::string(rest);
   indexFile.fill(file);
 
-  static OpenIndex index;
-  IsiHandle& handle = index.handle;
-  handle = {};
+  static IndexCursor cursor;
+  IsiHandle handle;
   handle.keylessAllowed = chosen(keylessAllowed);
   if (openIndex(handle, indexFile.fd()) != IndexResult::done) return;
   demand(handle.keyLength <= maxKeyLength, "a key has a length that is allowed");
   demand(handle.entriesPerNode * handle.entrySize <= IsiNode::entryBytes, "entries fit their node");
-  index.mostEntries = (file.size() / nodeSize + 1) * handle.entriesPerNode;
-  startCursor(index.cursor, handle);
-  const Walk all = walkOn(index, false);
+  startCursor(cursor, handle);
+  const Walk all = walkOn(cursor, false);
   std::vector<std::string> sought = {"", file.substr(rootOffset + sizeof(IsiEntryHead), handle.keyLength / 2)};
   if (!all.keys.empty()) sought.push_back(all.keys[static_cast<std::uint8_t>(file.back()) % all.keys.size()]);
-  for (const std::string& key : sought) lookUp(index, all, key);
+  for (const std::string& key : sought) lookUp(cursor, all, key);
   copyFile.fill({});
   copyDeletedList(handle, (chosen(copyInPlace) ? indexFile : copyFile).fd(), chosen(copyInPlace));
 }
