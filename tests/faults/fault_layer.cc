@@ -133,8 +133,7 @@ Result passOn(const CallRecord& record, long call, Arguments... arguments) {
 // The call gives memory, or `refusal`.
 template <typename Real>
 void* passMemory(const char* name, void* refusal, Real real) {
-  const auto toNumber = [&](auto) { return reinterpret_cast<std::intptr_t>(real()); };
-  const std::intptr_t result = pass(about(name, ""), nullptr, nullptr, toNumber);
+  const auto result = pass(about(name, ""), nullptr, nullptr, [&](auto) { return std::intptr_t(real()); });
   return result == -1 ? refusal : reinterpret_cast<void*>(result);
 }
 

@@ -57,9 +57,8 @@ bool Outcome::failed(std::string_view call, std::string_view file) const {
 
 std::string Outcome::describe(std::size_t number) const {
   const LoggedCall& call = calls[number - 1];
-  const std::string file(call.onFile());
-  const std::string place = call.size == 0 ? "" : " " + std::to_string(call.size) + "@" + std::to_string(call.offset);
-  return call.name + (" " + file.substr(file.rfind('/') + 1) + place);
+  return call.name + (" " + std::string(call.file)) + " " + std::to_string(call.size) + "@" +
+         std::to_string(call.offset);
 }
 
 JobTest::JobTest() {
