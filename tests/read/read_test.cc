@@ -67,18 +67,14 @@ struct ReadSample : TestFolder {
     if (turn % 5 != 3) mark = marks[turn % 4];
   }
 
-  [[nodiscard]] std::string recordsOf(const Entries& wanted) const {
-    std::string records;
-    for (const IndexEntry& entry : wanted) {
-      records += sample.bytes.substr(lfaOf(entry, sample.recordNumbers), entry.recordLength - mark.size()) + mark;
-    }
-    return records;
-  }
   void expect(const std::string& arguments, const Entries& wanted, bool records) const {
+    std::string output = records ? "" : asLines(wanted, sample.recordNumbers);
+    for (const IndexEntry& entry : records ? wanted : Entries{}) {
+      output += sample.bytes.substr(lfaOf(entry, sample.recordNumbers), entry.recordLength - mark.size()) + mark;
+    }
     const ProgramResult result = readWith(*this, arguments + (records ? " idx -r" : " idx"));
     EXPECT_EQ(result.exitStatus, wanted.empty() ? 1 : 0) << arguments;
-    EXPECT_TRUE(result.output == (records ? recordsOf(wanted) : asLines(wanted, sample.recordNumbers)))
-        << arguments << (records ? " -r" : "\n" + result.output);
+    EXPECT_TRUE(result.output == output) << arguments << (records ? " -r" : "\n" + result.output);
   }
 
   DataSample sample;
