@@ -71,13 +71,6 @@ std::pair<StatusCode, WholeScan> scan(const std::string& name, std::string_view 
   return {opened, found};
 }
 
-// A byte that no record holds and that means nothing to the option section; none: 0.
-char absentByte(std::string_view data) {
-  char byte = '\xFF';
-  while (byte < 0 && data.find(byte) != std::string_view::npos) --byte;
-  return byte < 0 ? byte : '\0';
-}
-
 }  // namespace
 
 void tryInput(std::string_view input) {
@@ -100,10 +93,10 @@ void tryInput(std::string_view input) {
                               std::string(keys[byteAt(input, 1) % std::size(keys)]) + selection;
   const auto first = scan(file.name(), bytes, options, 1 + byteAt(input, 3) % 16, 0x00);
   demand(scan(file.name(), bytes, options, 1000, '\n') == first, "the size of the area changes no entry");
-  const std::string c(1, absentByte(data));
-  if (!selection.empty() || c[0] == 0) return;
-  // Terms of column 1, since one of a column that a record does not reach never holds. The last makes all keys by the
-  // column walk.
+  const std::string c = "\xFF";
+  if (!selection.empty() || data.find(c) != std::string_view::npos) return;
+  // No record holds this byte. Terms of column 1, since one of a column that a record does not reach never holds. The
+  // last makes all keys by the column walk.
   const std::pair<std::string, std::uint8_t> conditions[] = {
       {",p" + std::to_string(1 + byteAt(input, 3) / 16 * 3) + "#" + c, '\t'},
       {",p=1#'" + c + "'", '\r'},
