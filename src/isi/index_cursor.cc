@@ -50,20 +50,22 @@ bool hasAscendingKeys(const IndexCursor& cursor, const IsiNode& node) {
 
 // --- nodes ----------------------------------------------------------------------------------------------------------
 
-// The node at the pointer, in the block; it holds until the next node is looked for. Most nodes are neighbours of the
-// one before.
+// The node at the pointer, in a block; it holds until the next node is looked for. Most nodes are neighbours of the one
+// before.
 IndexResult findInBlock(IndexCursor& cursor, std::uint32_t pointer, const IsiNode*& node) {
   const std::uint64_t offset = offsetOfPointer(pointer, cursor.handle->recordNumbers);
   if (offset % nodeSize != 0) return IndexResult::nodeMisplaced;
   if (offset < headerAreaSize) return IndexResult::inconsistent;
-  if (offset < cursor.blockStart || offset >= cursor.blockStart + cursor.blockLength) {
-    cursor.blockStart = offset - offset % IndexCursor::blockSize;
-    const ssize_t count = readAt(cursor.handle->fd, cursor.block.data(), IndexCursor::blockSize, cursor.blockStart);
-    cursor.blockLength = count > 0 ? static_cast<std::uint64_t>(count) : 0;
+  IndexCursor::Block* block = &cursor.blocks[cursor.latestBlock];
+  if (!block->holds(offset)) block = &cursor.blocks[cursor.latestBlock ^= 1];
+  if (!block->holds(offset)) {
+    block->start = offset - offset % IndexCursor::blockSize;
+    const ssize_t count = readAt(cursor.handle->fd, block->bytes.data(), IndexCursor::blockSize, block->start);
+    block->length = count > 0 ? static_cast<std::uint64_t>(count) : 0;
     if (count < 0) return IndexResult::nodeNotRead;
   }
-  if (offset + nodeSize > cursor.blockStart + cursor.blockLength) return IndexResult::nodeMissing;
-  node = reinterpret_cast<const IsiNode*>(cursor.block.data() + (offset - cursor.blockStart));
+  if (!block->holds(offset + nodeSize - 1)) return IndexResult::nodeMissing;
+  node = reinterpret_cast<const IsiNode*>(block->bytes.data() + (offset - block->start));
   return IndexResult::done;
 }
 
@@ -245,7 +247,7 @@ void startCursor(IndexCursor& cursor, const IsiHandle& handle) {
   cursor.backwards = false;
   cursor.depth = 0;
   cursor.nodesEntered = 0;
-  cursor.blockLength = 0;
+  for (IndexCursor::Block& block : cursor.blocks) block.length = 0;
   cursor.path[0].entry = 0;
 }
 

@@ -30,6 +30,13 @@ struct IndexCursor {
 
   /// A piece of the file that nodes are taken from: one after the other they lie side by side.
   static constexpr std::size_t blockSize = 32768;
+  struct Block {
+    std::uint64_t start = 0;   // its place in the file
+    std::uint64_t length = 0;  // bytes of it in memory, 0 at first
+    std::array<std::uint8_t, blockSize> bytes{};
+
+    [[nodiscard]] bool holds(std::uint64_t offset) const { return offset >= start && offset - start < length; }
+  };
 
   const IsiHandle* handle = nullptr;
   const std::uint8_t* entry = nullptr;  // delivered last; holds until the next one is asked for. Null in a gap
@@ -42,10 +49,9 @@ struct IndexCursor {
   std::uint32_t depth = 0;         // of the current node
   std::uint64_t nodesEntered = 0;  // from above; no tree has more than the file has nodes
   std::uint64_t nodesInFile = 0;
-  std::uint64_t blockStart = 0;   // file offset of the block in memory
-  std::uint64_t blockLength = 0;  // bytes of it, 0 at first
   std::array<PathStep, maxPathDepth + 1> path{};
-  std::array<std::uint8_t, blockSize> block{};
+  std::array<Block, 2> blocks{};  // two: a node often lies in the block behind that of the leaves below it
+  std::uint32_t latestBlock = 0;
   // Copy of the entry before, where its node is gone. A prefix may reach beyond a key.
   std::array<std::uint8_t, isiEntrySize(maxKeyLength) + sizeof prefix> previous{};
 };
