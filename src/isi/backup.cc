@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 #include "common/interrupt_hold.h"
 #include "common/posix_file.h"
@@ -14,16 +15,27 @@ namespace {
 
 enum class CopyResult : std::uint8_t { copied, notRead, notWritten };
 
+// False when the file ends before, or cannot be read.
+bool readPieces(int fd, std::span<std::uint8_t> bytes, std::uint64_t offset) {
+  constexpr std::size_t pieceSize = 61440;
+  for (std::size_t done = 0; done < bytes.size();) {
+    const std::size_t wanted = std::min(pieceSize, bytes.size() - done);
+    if (readAt(fd, &bytes[done], wanted, offset + done) != static_cast<ssize_t>(wanted)) return false;
+    done += wanted;
+  }
+  return true;
+}
+
 // Copies a whole file over another one, from offset 0 on. A read that ends before the file's length is a failed one,
-// and so is a copy that turns out shorter: a failing disk or a network file system may say so.
+// and so is a copy that turns out shorter: a failing disk or a network file system may say so. Read in small pieces,
+// written in large ones: for each of these the system looks for memory.
 CopyResult copyFile(int from, int to) {
-  std::array<std::uint8_t, 65535> buffer;
+  std::array<std::uint8_t, 262144> buffer;
   const auto length = fileSize(from);
   if (!length) return CopyResult::notRead;
   for (std::uint64_t offset = 0; offset < *length;) {
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), *length - offset));
-    const ssize_t count = readAt(from, buffer.data(), wanted, offset);
-    if (count != static_cast<ssize_t>(wanted)) return CopyResult::notRead;
+    if (!readPieces(from, std::span(buffer).first(wanted), offset)) return CopyResult::notRead;
     if (!writeAllAt(to, buffer.data(), wanted, offset)) return CopyResult::notWritten;
     offset += wanted;
   }
