@@ -75,7 +75,8 @@ void scanRecords(const Job& job, bench::Trains<keyLength>& trains) {
   }
 }
 
-// Walks an index in key order. Leaves come as they lie in the file, mostly, and are read many at a time.
+// Walks an index in key order. Nodes come as they lie in the file, mostly, and are read many at a time; two such pieces
+// are kept, since a node often lies in the one behind that of its leaves.
 template <std::size_t keyLength>
 struct Walk {
   using Node = typename bench::Tree<keyLength>::Node;
@@ -84,25 +85,27 @@ struct Walk {
   int fd;
   bool byNumber;
   bench::Trains<keyLength>& trains;
-  std::vector<Node> leaves = std::vector<Node>(blockSize / sizeof(Node));
-  std::uint64_t leavesStart = 0;
-  std::uint64_t leavesEnd = 0;
+  struct Piece {
+    std::vector<Node> nodes = std::vector<Node>(blockSize / 2 / sizeof(Node));
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+  };
+  Piece pieces[2] = {};
+  unsigned latest = 0;
 
-  void run() { walkNode(readNode(1024)); }
+  void run() { walkNode(Node(nodeAt(1024))); }
 
  private:
-  Node readNode(std::uint64_t offset) const {
-    Node node;
-    bench::readAt(fd, &node, sizeof node, offset);
-    return node;
-  }
-
-  const Node& leafAt(std::uint64_t offset) {
-    if (offset < leavesStart || offset >= leavesEnd) {
-      leavesStart = offset;
-      leavesEnd = offset + bench::readAt(fd, leaves.data(), blockSize, offset);
+  const Node& nodeAt(std::uint64_t offset) {
+    const auto lies = [&](const Piece& piece) { return offset >= piece.start && offset < piece.end; };
+    if (!lies(pieces[latest])) latest = 1 - latest;
+    Piece& piece = pieces[latest];
+    if (!lies(piece)) {
+      const std::size_t size = piece.nodes.size() * sizeof(Node);
+      piece.start = offset - offset % size;
+      piece.end = piece.start + bench::readAt(fd, piece.nodes.data(), size, piece.start);
     }
-    return leaves[(offset - leavesStart) / sizeof(Node)];
+    return piece.nodes[(offset - piece.start) / sizeof(Node)];
   }
 
   static std::span<const NodeEntry> entriesOf(const Node& node) {
@@ -134,9 +137,9 @@ struct Walk {
     if (pointer == 0) return;
     const std::uint64_t offset = pointer * (byNumber ? sizeof(Node) : 1);
     if (level == 0) {
-      takeLeaf(leafAt(offset));
+      takeLeaf(nodeAt(offset));
     } else {
-      walkNode(readNode(offset));
+      walkNode(Node(nodeAt(offset)));
     }
   }
 
@@ -164,6 +167,7 @@ void makeBackup(const std::string& name) {
   }
   to.flush();
   waitForDisk(to.fd);
+  waitForDisk(::open(name.substr(0, name.rfind('/') + 1).append(".").c_str(), O_RDONLY | O_DIRECTORY));  // its name
 }
 
 template <std::size_t keyLength>
