@@ -38,7 +38,7 @@ std::size_t readAt(int fd, void* to, std::size_t size, std::uint64_t offset);
 struct Writer {
   int fd = -1;
   std::size_t used = 0;
-  std::unique_ptr<std::uint8_t[]> buffer = std::make_unique<std::uint8_t[]>(writerSize);
+  std::unique_ptr<std::uint8_t[]> buffer = std::make_unique_for_overwrite<std::uint8_t[]>(writerSize);
 
   void put(const void* bytes, std::size_t size) {
     if (size < writerSize - used) {
