@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/character_case.h"
+#include "common/copy_short.h"
 
 namespace tarnvale {
 
@@ -88,18 +89,28 @@ bool plainConditionHolds(const RecordComparison& comparison, const ColumnEntry& 
   return (byte == entry.matchChar) == wantsEqual;
 }
 
+// The last byte first; eight at a time.
+void copyReversed(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
+  std::uint64_t piece = 0;
+  for (; size >= sizeof piece; size -= sizeof piece, to += sizeof piece) {
+    std::memcpy(&piece, from + size - sizeof piece, sizeof piece);
+    piece = __builtin_bswap64(piece);
+    std::memcpy(to, &piece, sizeof piece);
+  }
+  std::reverse_copy(from, from + size, to);
+}
+
 void copyRange(const KeyPlan::Range& range, const RecordBytes& record, std::uint8_t* key) {
-  const std::uint32_t size = record.size();
-  if (!range.reversed) {
-    const std::uint32_t present = size > range.column ? std::min(range.length, size - range.column) : 0;
-    if (present > 0) std::memcpy(key, record.begin + range.column, present);
-    if (present < range.length) std::memset(key + present, padding, range.length - present);
-    return;
+  const std::uint32_t first = range.reversed ? range.column + 1 - range.length : range.column;
+  const std::uint32_t start = std::min(first, record.size());
+  const std::uint32_t present = std::min(range.length, record.size() - start);
+  const std::uint32_t missing = range.length - present;
+  if (range.reversed) {
+    copyReversed(key + missing, record.begin + start, present);
+  } else {
+    copyShort(key, record.begin + start, present);
   }
-  for (std::uint32_t i = 0; i < range.length; ++i) {
-    const std::uint32_t column = range.column - i;
-    key[i] = column < size ? record.begin[column] : padding;
-  }
+  if (missing > 0) std::memset(range.reversed ? key : key + present, padding, missing);
 }
 
 }  // namespace
