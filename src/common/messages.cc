@@ -60,9 +60,9 @@ void putCollectedLine(Messages& messages, std::string_view line) {
   if (messages.stream == nullptr) return;
   CollectedLines* const lines = messages.collected;
   const std::span<char> buffer(messages.collectedBytes.data(), messages.collectedLimit);
-  if (lines != nullptr && collectLine(*lines, buffer, line)) return;
+  if (lines != nullptr && collectLine(*lines, buffer, line, "")) return;
   writeCollected(messages);
-  if (lines != nullptr && collectLine(*lines, buffer, line)) return;
+  if (lines != nullptr && collectLine(*lines, buffer, line, "")) return;
   writeText(messages, line);
 }
 

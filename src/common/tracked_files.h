@@ -4,6 +4,7 @@
 // are held, and whoever closes or deletes one forgets it in the same way; so at any instruction the record is true.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -41,15 +42,16 @@ struct CollectedLines {
   std::size_t size = 0;
 };
 
-/// Puts a line, its end included, into `buffer`, whose bytes the lines are, behind what is there. False when it does
-/// not fit. There may be one for every record.
+/// Puts a line and `end` into `buffer`, whose bytes the lines are, behind what is there. False when they do not fit.
+/// There may be one for every record.
 [[nodiscard]] [[gnu::always_inline]] inline bool collectLine(CollectedLines& lines, std::span<char> buffer,
-                                                             std::string_view line) {
-  if (line.size() > buffer.size() - lines.size) return false;
+                                                             std::string_view line, std::string_view end) {
+  if (line.size() + end.size() > buffer.size() - lines.size) return false;
   copyLine(buffer.data() + lines.size, line.data(), line.size());
+  std::ranges::copy(end, buffer.data() + lines.size + line.size());
   lines.bytes = buffer.data();
   std::atomic_signal_fence(std::memory_order_release);  // the interrupt handler counts on whole lines
-  lines.size += line.size();
+  lines.size += line.size() + end.size();
   return true;
 }
 

@@ -57,14 +57,11 @@ class DuplicateLine {
     copyLine(bytes_.data(), start.bytes.data(), start.bytes.size());
     putHexBefore(start.numberEnd, entryLfa(entry));
     copyShort(bytes_.data() + start.size, reinterpret_cast<const char*>(entryKey(entry)), keyLength);
-    bytes_[size_ - 1] = ' ';
+    std::ranges::copy(std::string_view(" \n"), bytes_.data() + size_ - 1);
   }
 
-  // The line with this end; it holds up to the next call.
-  std::string_view endingWith(std::string_view end) {
-    std::ranges::copy(end, bytes_.data() + size_);
-    return {bytes_.data(), size_ + end.size()};
-  }
+  [[nodiscard]] std::string_view text() const { return {bytes_.data(), size_}; }
+  [[nodiscard]] std::string_view textAndNewline() const { return {bytes_.data(), size_ + 1}; }
 
  private:
   void putHexBefore(std::size_t place, std::uint64_t number) {
@@ -74,7 +71,7 @@ class DuplicateLine {
     if (high != 0) put(place - 16, hexDigits(high, false));
   }
 
-  std::array<char, sizeof(LineStart::bytes) + maxKeyLength + 3> bytes_;
+  std::array<char, sizeof(LineStart::bytes) + maxKeyLength + 2> bytes_;
   std::size_t size_;
 };
 
@@ -98,17 +95,18 @@ void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) 
 }  // namespace
 
 void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line) {
-  if (!file.isOpen() || collectLine(file.collected, list.lines, line)) return;
+  constexpr std::string_view end = "\r\n";
+  if (!file.isOpen() || collectLine(file.collected, list.lines, line, end)) return;
   flushErrorFile(list, file, messages);
-  static_cast<void>(collectLine(file.collected, list.lines, line));
+  static_cast<void>(collectLine(file.collected, list.lines, line, end));
 }
 
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
                      const std::uint8_t* entry, std::uint32_t keyLength) {
   if (!settings.errorFileWanted || settings.quietDuplicates) return;
-  DuplicateLine line(settings.ignoreDuplicates ? droppedStart : keptStart, entry, keyLength);
-  putErrorFileLine(list, file, messages, line.endingWith("\r\n"));
-  if (settings.noDuplicates) putCollectedLine(messages, line.endingWith("\n"));
+  const DuplicateLine line(settings.ignoreDuplicates ? droppedStart : keptStart, entry, keyLength);
+  putErrorFileLine(list, file, messages, line.text());
+  if (settings.noDuplicates) putCollectedLine(messages, line.textAndNewline());
 }
 
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {

@@ -27,7 +27,7 @@ struct DuplicateList {
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
                      const std::uint8_t* entry, std::uint32_t keyLength);
 
-/// Adds a line to the error file, if it is open. It ends with CR LF.
+/// Adds a line to the error file, if it is open, and CR LF.
 void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line);
 
 /// Writes the collected lines and closes the error file. What fails is reported once.

@@ -55,7 +55,6 @@ TreeResult reportLevelLimit(IndexBuilder& builder, TrackedFile& errorFile, Messa
   text.format("\nError! Tree level limit (%zu) can only support %" PRIu64 " records for this ISI file! ", maxTreeLevels,
               treeCapacity(builder.tree.fillLimit));
   messages.buffer = text;
-  static_cast<void>(text.append("\r\n"));
   putErrorFileLine(builder.duplicates, errorFile, messages, text);
   return TreeResult::tooHigh;
 }
