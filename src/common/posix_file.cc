@@ -86,7 +86,6 @@ int createFile(const char* name, std::initializer_list<int> keep) {
       !isRegularFile(existing) || std::ranges::any_of(keep, [existing](int fd) { return isSameFile(existing, fd); });
   if (!kept && ::ftruncate(existing, 0) == 0) return existing;
   closeFile(existing);
-  errno = EEXIST;
   return -1;
 }
 

@@ -36,7 +36,7 @@ namespace tarnvale {
 
 /// Creates the file, or opens and empties an existing one; reading and writing. A descriptor that the caller owns, or
 /// -1. An existing file that is no regular file, or that is open under one of the descriptors `keep`, is left alone:
-/// -1, errno EEXIST.
+/// -1.
 [[nodiscard]] int createFile(const char* name, std::initializer_list<int> keep);
 
 /// Closes the handle when it is open and marks it closed. False when the system reports a failure. Async-signal-safe.

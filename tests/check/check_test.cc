@@ -155,7 +155,7 @@ TEST(SoundIndex, IsOneOfAnOddDataFileOrCommand) {
   for (const auto& [what, data, build] : cases) {
     const TestFolder folder;
     folder.write("data.TXT", data);
-    for (const std::string& command : {build, std::string("idx -c")}) {
+    for (const std::string& command : {build, std::string("idx -c=1")}) {
       SCOPED_TRACE(what + "; " + command);
       const bool refused = what == "without key" && command != build;
       ASSERT_EQ(run(folder, "$T \"" + command + "\"").exitStatus, refused ? 1 : 0);

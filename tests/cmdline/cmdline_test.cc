@@ -86,7 +86,7 @@ TEST(CommandLine, IsRefusedAtTheFirstItemThatIsWrong) {
   const std::string text300 = "a -p=1='" + std::string(300, 'x') + "'";
   const std::string name250(250, 'n');
   const std::pair<StatusCode, std::vector<std::string>> cases[] = {
-      {0, {"a -1", "a -c", "a -r", terms24}},
+      {0, {"a -1", "a -c", "a -r", "a -p65535=a,1", terms24}},
       {-12, {"a -?"}},
       {-104, {"", "a", "a,b", "a,b,l5,/tmp x", "a -v"}},
       {-107, {name250, "a," + name250, "a,b,," + name250}},

@@ -104,7 +104,7 @@ TEST(RecordScan, KnowsTheRulesOfEachFormat) {
       {"\n\na\n", "v,1", "", "0+1:  1+1:  2+2:a "},
       {"abcdef\n", "v,3-2,7,6-5,1-0", "", "0+7:cb fea "},
       {"aBz{5678\nxyz\n", "u,v,4-1", "", "0+9:{ZBA 9+4: ZYX "},
-      {"`azA@Z[{\xE1y\xFAx\x7Fwb\n", "u,v,1-15", "", "0+16:`AZA@Z[{\xE1Y\xFAX\x7FWB "},
+      {"a`zA@Z[{\xE1y\xFAx\x7Fwb\n", "u,v,1-15", "", "0+16:A`ZA@Z[{\xE1Y\xFAX\x7FWB "},
       {"ab\tc\n", "s,9,2-3", "", "0+5:cb  tabs "},
       {"ab\tc\n", "v,b,3-4", "", "0+5:\tc "},
       {"abc\na\tb\nd\n", "1,9", "l9", "0+4:a  4+4:ab 8+2:d  tabs "},
