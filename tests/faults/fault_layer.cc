@@ -54,7 +54,9 @@ void fallAsleep() { awake = false; }
 }
 
 // What a call does, whether it is given a name, a descriptor or an offset: pread reads, ftruncate truncates.
-std::string_view groupOf(std::string_view name) { return name.substr(name[0] == 'p' || name[0] == 'f' ? 1 : 0); }
+std::string_view groupOf(std::string_view name) {
+  return name.substr(name.starts_with('p') || name.starts_with('f') ? 1 : 0);
+}
 
 bool strikes(Fault& fault, int number, const char* name) {
   if (number == fault.at) std::strncpy(fault.first, name, sizeof fault.first - 1);
@@ -83,7 +85,8 @@ auto pass(CallRecord record, const void* buffer, const char* opened, Real real) 
   auto size = static_cast<std::size_t>(record.size);
   if (!awake) return real(size);
   // Not earlier: a program that counts its branches would write them before this.
-  if (++calls == 1) std::atexit(fallAsleep);
+  if (calls == 0) std::atexit(fallAsleep);
+  ++calls;
   const std::string_view group = groupOf(record.name);
   const bool transfer = group == "read" || group == "write";
   decltype(real(size)) result{};
