@@ -17,12 +17,12 @@ inline constexpr StatusCode closeFailed = 1;
 
 // Index, sort and scan.
 inline constexpr StatusCode nodeNotWritten = -1;         // of a tree that is compacted into a new file
+inline constexpr StatusCode nodeMisplaced = -1;          // of the index being compacted: not at a multiple of 512
 inline constexpr StatusCode workFileReadFailed = -3;     // a block of a temporary work file
 inline constexpr StatusCode nodeNotRead = -3;            // of the index being compacted: its damage was reported
 inline constexpr StatusCode inputReadFailed = -4;        // the data file
-inline constexpr StatusCode pathTooDeep = -4;            // of the index being compacted
+inline constexpr StatusCode treeDamaged = -4;            // of the index being compacted: too deep, or no tree
 inline constexpr StatusCode invalidEndOfRecord = -5;     // a binary record without its end-of-record mark
-inline constexpr StatusCode treeInconsistent = -5;       // of the index being compacted
 inline constexpr StatusCode deletedNodeNotWritten = -8;  // a full node of the deleted-record list
 inline constexpr StatusCode outOfMemory = -9;            // also: sort memory too small for the key
 inline constexpr StatusCode wrongDataFormat = -10;       // the data file is not what the options declare

@@ -107,7 +107,7 @@ constexpr CompactText compactTexts[] = {
 
 constexpr FailureRow compactRows[] = {
     {status::workFileReadFailed, putWorkFileReadFailure},  // the line of a node that cannot be read, too
-    {status::pathTooDeep, putInputReadFailure},
+    {status::treeDamaged, putInputReadFailure},
     {status::indexNotWritten, putOutputFailure},
 };
 

@@ -49,7 +49,7 @@ struct WalkFailure {
 constexpr WalkFailure walkFailures[] = {
     {IndexResult::notAnIndex, status::notAnIndex},   {IndexResult::versionUnknown, status::indexVersionUnknown},
     {IndexResult::nodeMissing, status::nodeNotRead}, {IndexResult::nodeNotRead, status::nodeNotRead},
-    {IndexResult::treeTooDeep, status::pathTooDeep},
+    {IndexResult::nodeMisplaced, status::nodeMisplaced},
 };
 
 // What cannot be used of the old index, and where a whole one may lie.
@@ -64,7 +64,7 @@ void reportDamage(const CompactContext& compact, const char* text) {
 Failure failureOf(const CompactContext& compact, IndexResult result) {
   if (result == IndexResult::done) return {};
   const auto* const row = std::ranges::find(walkFailures, result, &WalkFailure::result);
-  return {row != std::end(walkFailures) ? row->code : status::treeInconsistent, compact.sorter.written};
+  return {row != std::end(walkFailures) ? row->code : status::treeDamaged, compact.sorter.written};
 }
 
 Failure failWalk(const CompactContext& compact, IndexResult result) {

@@ -80,11 +80,9 @@ ListCopyResult writeList(IsiHandle& handle, IndexOutput& output, bool inPlace, L
   if (!inPlace) return copyList(handle, output, deletedListOffset, copy, messages);
   const auto oldEnd = fileSize(output.fd());
   if (!oldEnd) return ListCopyResult::damaged;
-  ListCopyResult result = copyList(handle, output, *oldEnd, copy, messages);
-  if (result == ListCopyResult::done) result = moveListDown(output.fd(), *oldEnd, copy.nodes, messages);
-  // A backup will be copied over the index: nothing may stay behind it.
-  if (result != ListCopyResult::done) static_cast<void>(::ftruncate(output.fd(), static_cast<off_t>(*oldEnd)));
-  return result;
+  const ListCopyResult result = copyList(handle, output, *oldEnd, copy, messages);
+  if (result != ListCopyResult::done) return result;
+  return moveListDown(output.fd(), *oldEnd, copy.nodes, messages);
 }
 
 }  // namespace
