@@ -103,7 +103,8 @@ Outcome JobTest::run(const Files& files, const std::string& arguments, const std
 
 std::string JobTest::troubleOf(const Outcome& now, bool interrupted) const {
   if (now.exitStatus < 0 && interrupted && now.files == before) return "";  // before there was a handler
-  if (now.exitStatus < 0 || now.exitStatus > (readerOf(job.arguments) == nullptr ? 1 : 2))
+  const bool reads = readerOf(job.arguments) != nullptr;
+  if (now.exitStatus < 0 || now.exitStatus > (reads ? 2 : 1) || (interrupted && reads && now.exitStatus == 1))
     return "exit status " + std::to_string(now.exitStatus);
   if (now.exitStatus == 0 && clean.exitStatus == 1) return "success of what must fail";
   if (interrupted && now.exitStatus > 0 && !now.output.ends_with("Processing aborted via user interrupt.\n"))

