@@ -65,6 +65,7 @@ TEST(Progress, IsShownAtATerminalAndWipedOut) {
   const std::string little = "-m524288 -m262144 -m131072 -m65536 -m32768 -m16384 -m8192 -m4096 ";
   const ProgramResult built = runAtTerminal(folder, little + "data,idx -1-5");
   EXPECT_TRUE(built.says("Sort train 1 (") && built.says("Merge pass 1 (")) << built.output;
+  EXPECT_EQ(runProgram(folder, little + "data,idx -1-5").output.find('\r'), std::string::npos);
   const ProgramResult checked = runAtTerminal(folder, "idx", TARNVALE_CHECK_PROGRAM);
   EXPECT_TRUE(checked.says("scan: ") && checked.says("compare: 40%\r")) << checked.output;
   EXPECT_TRUE(checked.says("  \rindex is complete: 10000 entries, 0 deleted records, ")) << checked.output;

@@ -150,7 +150,7 @@ TEST(RecordScan, IndexesOnlyTheRecordsThatItsConditionsSelect) {
                              {"p=6='X' | 2='AB'&6='Q'", "1"},   {"p=2!='AB'", "2456"}, {"p2=\"A\"", "123"},
                              {"p=3='B'&2='A'", "13"},           {"p#2='AB'", "2456"},  {"p=2='AB'", "13"},
                              {"p=2='A'&3='B',p2=A", ""},        {"p=2e'it''s'", "5"},  {"p#2#'AB'", "13"},
-                             {"p=2='A'|3='C',p2=A", "2"},       {"p=4='     Z'", "3"}, {"p=2<='AB'", "13"}};
+                             {"p=2='A'|3='C',p2=A", "2"},       {"p=4='     Z'", "3"}, {"p=2<='AC'", "123"}};
   for (const auto& [condition, expected] : cases) {
     for (const std::string& options : bothWays(condition)) {
       TestScan scan;

@@ -121,12 +121,14 @@ TEST(Program, NeverWritesOverItsDataFile) {
   std::filesystem::create_symlink("data.txt", folder.path("soft.isi"));
   std::filesystem::create_hard_link(folder.path("data.txt"), folder.path("hard.isi"));
   std::filesystem::create_hard_link(folder.path("data.txt"), folder.path("other.ERR"));
-  for (const char* const arguments : {"data.txt,soft.isi -1", "data.txt,hard.isi -1", "data.txt,other.isi -e,1"}) {
+  EXPECT_EQ(runProgram(folder, "data.txt,idx.isi -1").exitStatus, 0);
+  for (const char* const arguments :
+       {"data.txt,soft.isi -1", "data.txt,hard.isi -1", "data.txt,other.isi -e,1", "idx.isi,soft.isi -c"}) {
     const ProgramResult result = runProgram(folder, arguments);
     EXPECT_TRUE(result.says("name can not be same as Input name.") || result.says("Can't create output file other.ERR"))
         << result.output;
     EXPECT_EQ(folder.read("data.txt"), "abc\nabc\n");
-    EXPECT_EQ(folder.names(), "data.txt hard.isi other.ERR soft.isi");
+    EXPECT_EQ(folder.names(), "data.txt hard.isi idx.isi other.ERR soft.isi");
   }
 }
 
