@@ -1,5 +1,6 @@
 #include "sort/merge.h"
 
+#include <algorithm>
 #include <cinttypes>
 
 namespace tarnvale {
@@ -16,11 +17,13 @@ FileRole otherWorkFile(FileRole file) {
 
 // Gives each train of a group an equal part of the sort area. The system copies a block about twice as fast where it is
 // aligned in the file and in memory alike, so a part begins aligned, and a read with the aligned offset before its
-// block. Small parts have no bytes to spare for that.
+// block. Small parts have no bytes to spare for that. Of a large part the beginning would have left the cache before it
+// is merged.
 void divideReadBuffer(const SortArea& area, MergePlan& plan) {
   constexpr std::size_t cacheLine = 64;
   constexpr std::size_t smallestAlignedPart = 4096;
-  plan.partSize = area.size / plan.fanIn;
+  constexpr std::size_t largestPart = 262144;
+  plan.partSize = std::min<std::size_t>(area.size / plan.fanIn, largestPart);
   if (plan.partSize >= smallestAlignedPart) {
     plan.alignment = cacheLine;
     plan.partSize -= plan.partSize % cacheLine;
