@@ -258,6 +258,10 @@ TEST(Read, WritesWhatIsThereOrEndsWithStatus2WhenABitIsWrongOrBytesAreMissing) {
     EXPECT_EQ(result.exitStatus, result.output.empty() ? 1 : 0) << at;
   }
   EXPECT_GT(refused, 40U);
+  std::string misplaced = good;
+  setNumberAt(misplaced, 2048 + 506, 2, 1);  // a leaf on the level of the root
+  folder.write("idx.isi", misplaced);
+  EXPECT_EQ(readWith(folder, "-k k idx.isi").exitStatus, 2);
   for (std::size_t size = 0; size < good.size(); size += 511) {
     folder.write("idx.isi", good.substr(0, size));
     EXPECT_EQ(readWith(folder, "idx.isi").exitStatus, 2) << size;
