@@ -190,10 +190,65 @@ void orderByLfa(const TrainSort& sort, Slots slots) {
   if (!std::ranges::is_sorted(slots, {}, lfa)) std::ranges::sort(slots, {}, lfa);
 }
 
-void sortByMethod(const TrainSort& sort, Slots slots) {
+bool sortsAfter(const SortArea& area, std::uint32_t a, std::uint32_t b) {
+  return compareSortEntries(area.entryOfSlot(a), area.entryOfSlot(b), area.keyLength) > 0;
+}
+
+// The order of entries whose keys are equal before a byte: the next eight bytes tell most of them apart.
+class OrderFrom {
+ public:
+  OrderFrom(const TrainSort& sort, std::uint32_t offset)
+      : area_(sort.area), offset_(offset), mask_(keyPrefixMask(sort.area.keyLength, offset)) {}
+
+  [[nodiscard]] bool isAfter(std::uint32_t a, std::uint32_t b) const {
+    const std::uint64_t first = loadKeyPrefix(entryKey(area_.entryOfSlot(a)) + offset_) & mask_;
+    const std::uint64_t second = loadKeyPrefix(entryKey(area_.entryOfSlot(b)) + offset_) & mask_;
+    return first != second ? first > second : sortsAfter(area_, a, b);
+  }
+
+ private:
+  const SortArea& area_;
+  std::uint32_t offset_;
+  std::uint64_t mask_;
+};
+
+// The slots from `first` to `last`.
+// NOLINTNEXTLINE(readability-non-const-parameter): the slot at `last` is exchanged too, reached from `first`
+void shellSortEntries(OrderFrom order, std::uint32_t* first, std::uint32_t* last) {
+  const auto count = last - first + 1;
+  for (auto gap = count / 2; gap > 0; gap /= 2) {
+    for (auto i = gap; i < count; ++i) {
+      for (auto j = i; j >= gap && order.isAfter(first[j - gap], first[j]); j -= gap)
+        std::swap(first[j - gap], first[j]);
+    }
+  }
+}
+
+// The same. Uses little stack whatever the order.
+void quickSortEntries(OrderFrom order, std::uint32_t* first, std::uint32_t* last) {
+  while (first < last) {
+    std::swap(*first, first[(last - first) / 2]);  // the middle one is the pivot
+    std::uint32_t* place = first;
+    for (std::uint32_t* slot = first + 1; slot <= last; ++slot) {
+      if (order.isAfter(*first, *slot)) std::swap(*++place, *slot);
+    }
+    std::swap(*first, *place);
+    // The smaller part by recursion, the larger one by the loop: the stack stays small.
+    if (place - first < last - place) {
+      quickSortEntries(order, first, place - 1);
+      first = place + 1;
+    } else {
+      quickSortEntries(order, place + 1, last);
+      last = place - 1;
+    }
+  }
+}
+
+// Slots whose keys are equal before `offset`.
+void sortByMethod(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   if (slots.size() < 2) return;
   const auto method = sort.method == SortMethod::shellSort ? shellSortEntries : quickSortEntries;
-  method(sort.area, &slots.front(), &slots.back());
+  method(OrderFrom(sort, offset), &slots.front(), &slots.back());
 }
 
 // Divides the slots, whose keys are equal before `offset`, into marked groups that lie in order, by the bits it gives;
@@ -226,7 +281,7 @@ Slots takeGroup(Slots& slots) {
 // Sorts slots whose keys are equal before `offset`.
 void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   if (slots.size() <= smallGroup) {
-    sortByMethod(sort, slots);
+    sortByMethod(sort, slots, offset);
     return;
   }
   const KeyBits chosen = divide(sort, slots, offset);
@@ -247,10 +302,6 @@ bool sortInParts(const TrainSort& sort, Slots slots, SortedSlotsSink take) {
     if (!take(group)) return false;
   }
   return true;
-}
-
-bool sortsAfter(const SortArea& area, std::uint32_t a, std::uint32_t b) {
-  return compareSortEntries(area.entryOfSlot(a), area.entryOfSlot(b), area.keyLength) > 0;
 }
 
 }  // namespace
@@ -277,36 +328,6 @@ bool sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std
   if (count > maxPairs) return sortInParts(sort, slots, take);
   sortGroup(sort, slots, 0);
   return take(slots);
-}
-
-// NOLINTNEXTLINE(readability-non-const-parameter): the slot at `last` is exchanged too, reached from `first`
-void shellSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last) {
-  const auto count = last - first + 1;
-  for (auto gap = count / 2; gap > 0; gap /= 2) {
-    for (auto i = gap; i < count; ++i) {
-      for (auto j = i; j >= gap && sortsAfter(area, first[j - gap], first[j]); j -= gap)
-        std::swap(first[j - gap], first[j]);
-    }
-  }
-}
-
-void quickSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last) {
-  while (first < last) {
-    std::swap(*first, first[(last - first) / 2]);  // the middle one is the pivot
-    std::uint32_t* place = first;
-    for (std::uint32_t* slot = first + 1; slot <= last; ++slot) {
-      if (sortsAfter(area, *first, *slot)) std::swap(*++place, *slot);
-    }
-    std::swap(*first, *place);
-    // The smaller part by recursion, the larger one by the loop: the stack stays small.
-    if (place - first < last - place) {
-      quickSortEntries(area, first, place - 1);
-      first = place + 1;
-    } else {
-      quickSortEntries(area, place + 1, last);
-      last = place - 1;
-    }
-  }
 }
 
 }  // namespace tarnvale

@@ -37,10 +37,4 @@ using SortedSlotsSink = FunctionRef<bool(std::span<const std::uint32_t>)>;
 [[nodiscard]] bool sortTrain(const SortArea& area, std::uint32_t count, SortMethod method, std::uint8_t* pairs,
                              SortedSlotsSink take);
 
-/// Shell sort of the slots from `first` to `last`, inclusive.
-void shellSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last);
-
-/// Quicksort of the slots from `first` to `last`, inclusive. Uses little stack whatever the order.
-void quickSortEntries(const SortArea& area, std::uint32_t* first, std::uint32_t* last);
-
 }  // namespace tarnvale
