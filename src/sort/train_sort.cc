@@ -68,12 +68,15 @@ struct KeyBits {
 };
 
 // The bits in which the keys differ, in the 8 bytes from `offset` on. Where pairs will be made, these bytes are kept:
-// fetching the entries is what takes the time.
+// fetching the entries is what takes the time, above all those of a part of a large train, which lie all over it.
 std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   const std::uint64_t first = sort.prefixOf(slots.front(), offset);
   std::uint64_t differing = 0;
   if (slots.size() <= maxPairs) {
+    constexpr std::size_t ahead = 24;
+    const bool scattered = sort.area.capacity > maxPairs;
     for (std::size_t i = 0; i < slots.size(); ++i) {
+      if (scattered) __builtin_prefetch(sort.area.entryOfSlot(slots[std::min(i + ahead, slots.size() - 1)]));
       const std::uint64_t prefix = sort.prefixOf(slots[i], offset);
       sort.prefixes[i] = prefix;
       differing |= prefix ^ first;
