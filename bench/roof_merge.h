@@ -161,7 +161,8 @@ void mergeTrains(Trains<keyLength>& trains, std::size_t areaSize, Take take) {
   using Record = Entry<keyLength>;
   std::vector<std::uint64_t> starts = trains.starts;
   const std::size_t fanIn = chooseFanIn(starts.size());
-  Merge<keyLength> merge(trains, (areaSize / sizeof(Record) - 1) / fanIn);
+  constexpr std::size_t largestBlock = 262144 / sizeof(Record);  // a larger one leaves the cache before it is used
+  Merge<keyLength> merge(trains, std::min((areaSize / sizeof(Record) - 1) / fanIn, largestBlock));
   if (starts.size() > fanIn) trains.out.fd = openWorkFile();
   while (starts.size() > fanIn) {
     std::vector<std::uint64_t> merged;
