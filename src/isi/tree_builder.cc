@@ -10,6 +10,7 @@
 #include <cinttypes>
 #include <cstring>
 
+#include "common/copy_short.h"
 #include "common/posix_file.h"
 #include "format/sort_entry.h"
 
@@ -21,7 +22,7 @@ namespace {
 bool isDuplicate(const TreeBuilder& tree, const std::uint8_t* entry) {
   if (tree.previousKey == nullptr || tree.keyLength == 0) return tree.previousKey != nullptr;
   const std::size_t last = tree.keyLength - 1;
-  return tree.previousKey[last] == entryKey(entry)[last] && std::memcmp(tree.previousKey, entryKey(entry), last) == 0;
+  return tree.previousKey[last] == entryKey(entry)[last] && equalShort(tree.previousKey, entryKey(entry), last);
 }
 
 // Puts the entry at the end of the level's image, with `child` as its left child; it becomes the entry before. Its

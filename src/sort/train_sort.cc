@@ -56,6 +56,7 @@ struct KeyBits {
   std::array<Part, 8> parts{};
   std::size_t partCount = 0;
   unsigned total = 0;  // 0: the keys do not differ
+  bool whole = true;   // keys with the same bits are equal
 
   [[nodiscard]] std::uint32_t gather(std::uint64_t prefix) const {
     std::uint32_t bits = 0;
@@ -90,12 +91,13 @@ std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t of
 // Takes up to `wanted` bits. All bits of a byte below its highest differing one are taken, or, where that is too many,
 // the upper ones of these: the number orders as the bytes do.
 void takeBits(KeyBits& chosen, std::uint64_t differing, unsigned wanted) {
-  for (unsigned low = 56; chosen.total < wanted; low -= 8) {
+  for (unsigned low = 64; low > 0;) {
+    low -= 8;
     const auto span = static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing >> low)));
     const unsigned width = std::min(span, wanted - chosen.total);
     if (width > 0) chosen.parts[chosen.partCount++] = {low + span - width, width};
     chosen.total += width;
-    if (low == 0) break;
+    chosen.whole = chosen.whole && width == span;
   }
 }
 
@@ -114,6 +116,7 @@ KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset, 
     chosen = {chosen.equalUpTo, chosen.equalUpTo};
     takeBits(chosen, differingBits(sort, slots, chosen.offset), wanted);
   }
+  chosen.whole = chosen.whole && chosen.offset + 8 >= sort.area.keyLength;
   return chosen;
 }
 
@@ -281,6 +284,17 @@ Slots takeGroup(Slots& slots) {
   return group;
 }
 
+void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset);
+
+// Sorts slots that have the same bits.
+void sortWithin(const TrainSort& sort, Slots group, const KeyBits& bits) {
+  if (bits.whole) {
+    orderByLfa(sort, group);
+  } else {
+    sortGroup(sort, group, bits.equalUpTo);
+  }
+}
+
 // Sorts slots whose keys are equal before `offset`.
 void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   if (slots.size() <= smallGroup) {
@@ -291,7 +305,7 @@ void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   if (chosen.total == 0) return;
   while (!slots.empty()) {
     const Slots group = takeGroup(slots);
-    if (group.size() > 1) sortGroup(sort, group, chosen.equalUpTo);
+    if (group.size() > 1) sortWithin(sort, group, chosen);
   }
 }
 
@@ -301,7 +315,7 @@ bool sortInParts(const TrainSort& sort, Slots slots, SortedSlotsSink take) {
   if (chosen.total == 0) return take(slots);
   while (!slots.empty()) {
     const Slots group = takeGroup(slots);
-    sortGroup(sort, group, chosen.equalUpTo);
+    sortWithin(sort, group, chosen);
     if (!take(group)) return false;
   }
   return true;
