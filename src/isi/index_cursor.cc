@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "common/copy_short.h"
 #include "common/posix_file.h"
 
 namespace tarnvale {
@@ -183,21 +184,25 @@ void noteDirection(IndexCursor& cursor, bool backwards) {
 
 // The entry that is left is compared with the one that is found, which may lie where it was read to.
 void rememberEntry(IndexCursor& cursor) {
-  std::memcpy(cursor.previous.data(), cursor.entry, cursor.entrySize);
+  copyShort(cursor.previous.data(), cursor.entry, cursor.entrySize);
   cursor.entry = cursor.previous.data();
 }
 
 IndexResult deliver(IndexCursor& cursor, std::uint32_t depth, std::uint32_t index) {
   const IsiNode& node = *cursor.path[depth].node;
   const std::uint8_t* const before = cursor.entry;
+  const std::uint64_t prefixBefore = cursor.prefix;
   const std::uint8_t* const entry = entryAt(cursor, node, index);
   cursor.depth = depth;
   cursor.entry = entry;
   cursor.prefix = loadKeyPrefix(isiEntryKey(entry)) & cursor.prefixMask;
   cursor.entriesLeft = node.count - 1U - index;
   if (before == nullptr) return IndexResult::done;
-  const bool ordered =
-      cursor.backwards ? followsInOrder(*cursor.handle, entry, before) : followsInOrder(*cursor.handle, before, entry);
+  bool ordered = (cursor.prefix < prefixBefore) == cursor.backwards;
+  if (cursor.prefix == prefixBefore) {
+    ordered = cursor.backwards ? followsInOrder(*cursor.handle, entry, before)
+                               : followsInOrder(*cursor.handle, before, entry);
+  }
   return ordered ? IndexResult::done : IndexResult::inconsistent;
 }
 

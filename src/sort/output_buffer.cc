@@ -19,6 +19,13 @@ bool flushOutput(OutputBuffer& output) {
 bool putThroughFullBuffer(OutputBuffer& output, const void* bytes, std::size_t size) {
   const auto* source = static_cast<const std::uint8_t*>(bytes);
   while (size >= output.room()) {
+    if (output.next == output.base) {  // whole buffers need no copying
+      const std::size_t whole = size - size % outputBufferSize;
+      if (!writeAll(output.fd, source, whole)) return false;
+      source += whole;
+      size -= whole;
+      break;
+    }
     const std::size_t part = output.room();
     std::memcpy(output.next, source, part);
     output.next += part;
