@@ -47,8 +47,8 @@ struct WalkFailure {
   StatusCode code;
 };
 constexpr WalkFailure walkFailures[] = {
-    {IndexResult::notAnIndex, status::notAnIndex},   {IndexResult::versionUnknown, status::indexVersionUnknown},
-    {IndexResult::nodeMissing, status::nodeNotRead}, {IndexResult::nodeNotRead, status::nodeNotRead},
+    {IndexResult::notAnIndex, status::notAnIndex},       {IndexResult::versionUnknown, status::indexVersionUnknown},
+    {IndexResult::nodeMissing, status::nodeNotRead},     {IndexResult::nodeNotRead, status::nodeNotRead},
     {IndexResult::nodeMisplaced, status::nodeMisplaced},
 };
 
