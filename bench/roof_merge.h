@@ -61,8 +61,8 @@ struct Merge {
       const std::size_t moved = winner & sourceMask;
       if (winner >= endHead && isEnd(winner)) return;
       takeNext(moved, take);
-      if (wins == 3) {  // as in data that are nearly sorted: no match is played until another one leads
-        for (const Head bound = lowestOther(moved); (following[moved] | sourceMask) < bound;) {
+      if (wins == 3) {  // as with data that are nearly sorted or equal keys: no match until another one leads
+        for (const Head lowest = lowestOther(moved); goesBefore(following[moved], lowest);) {
           following[moved] = headOf(moved, sources[moved].next + 1);
           takeNext(moved, take);
         }
@@ -112,12 +112,17 @@ struct Merge {
   }
   bool isEnd(Head head) const { return sources[head & sourceMask].next->lfa == ~std::uint64_t{0}; }
 
-  // The smallest head but that of the source, or below it.
+  // The smallest head but that of the source.
   Head lowestOther(std::size_t source) const {
-    Head lowest = endHead;
-    for (std::size_t node = (leaves + source) / 2; node >= 1; node /= 2) lowest = std::min(lowest, losers[node]);
+    Head lowest = noHead;
+    for (std::size_t node = (leaves + source) / 2; node >= 1; node /= 2) {
+      Head loser = losers[node];
+      play(lowest, loser);
+    }
     return lowest;
   }
+
+  bool goesBefore(Head a, Head b) const { return (a ^ b) <= sourceMask ? before(a, b) : a < b; }
 
   // Exchanges the two without a branch, which would be guessed wrong every other time.
   void play(Head& winner, Head& loser) const {

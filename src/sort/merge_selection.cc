@@ -13,7 +13,7 @@ HeadShape makeHeadShape(std::uint32_t keyLength, std::uint32_t sharedLength) {
   return shape;
 }
 
-bool LoserTree::sortsBefore(Head a, Head b) const {
+bool LoserTree::entrySortsBefore(Head a, Head b) const {
   if (a == noHead || b == noHead) return a != noHead;
   const std::uint8_t* const first = slots_[slotOf(a)].cursor;
   const std::uint8_t* const second = slots_[slotOf(b)].cursor;

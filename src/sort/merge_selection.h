@@ -90,21 +90,22 @@ class LoserTree {
     return slotOf(winner);
   }
 
-  /// The smallest head besides the winner's; that of an end marker when there is none.
+  /// The smallest head besides the winner's. There must be two slots.
   [[nodiscard]] Head runnerUp() const {
-    Head smallest = shape_.prefixMask;
+    Head smallest = noHead;
     for (std::size_t node = (leaves_ + slotOf(winner_)) / 2; node >= 1; node /= 2) {
-      smallest = losers_[node] < smallest ? losers_[node] : smallest;
+      Head loser = losers_[node];
+      if (loser != noHead) play(smallest, loser);
     }
     return smallest;
   }
 
-  /// The winner's slot has moved on as above: true, and its new entry is the winner, when its key bits are below those
-  /// of `runnerUp`. Otherwise nothing is changed.
+  /// The winner's slot has moved on as above: true, and its new entry is the winner, when it sorts before the head of
+  /// `runnerUp`. Otherwise nothing is changed.
   bool staysWinner(Head runnerUp) {
     const std::size_t slot = slotOf(winner_);
     const Head head = following_[slot];
-    if ((head | slotMask) >= runnerUp) return false;
+    if (!sortsBefore(head, runnerUp)) return false;
     prepareFollowing(slot);
     winner_ = head;
     return true;
@@ -138,8 +139,7 @@ class LoserTree {
     const Head a = winner;
     const Head b = loser;
     if ((a ^ b) <= slotMask) [[unlikely]] {
-      const bool exchanged = shape_.wholeKey ? lfaOf(b) < lfaOf(a) : sortsBefore(b, a);
-      winner = exchanged ? b : a;
+      winner = sortsBefore(b, a) ? b : a;
       loser = a ^ b ^ winner;
       return;
     }
@@ -150,8 +150,13 @@ class LoserTree {
   // That of an end marker is above all others.
   [[nodiscard]] std::uint64_t lfaOf(Head head) const { return entryLfa(slots_[slotOf(head)].cursor); }
 
+  [[nodiscard]] bool sortsBefore(Head a, Head b) const {
+    if ((a ^ b) > slotMask) return a < b;
+    return shape_.wholeKey ? lfaOf(a) < lfaOf(b) : entrySortsBefore(a, b);
+  }
+
   // The order of two entries with the same key bits; an end marker sorts after every entry.
-  [[nodiscard]] bool sortsBefore(Head a, Head b) const;
+  [[nodiscard]] bool entrySortsBefore(Head a, Head b) const;
 
   const MergeSlot* slots_;
   std::size_t leaves_;
