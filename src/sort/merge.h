@@ -88,8 +88,7 @@ template <typename Take>
     MergeSlot& slot = group.slots[winner];
     if (tree.mayHaveEnded() && isEndMarker(slot.cursor)) return SortResult::done;
     SortResult result = deliver(slot);
-    // A train that goes on winning, as with data that are nearly sorted or many equal keys, plays no match until another
-    // one leads.
+    // A train that goes on winning, as with nearly sorted data or equal keys, plays no match until another one leads.
     if (wins == winsInARow && result == SortResult::done) [[unlikely]] {
       const LoserTree::Head runnerUp = tree.runnerUp();
       while (result == SortResult::done && tree.staysWinner(runnerUp)) result = deliver(slot);

@@ -101,9 +101,19 @@ void takeBits(KeyBits& chosen, std::uint64_t differing, unsigned wanted) {
   }
 }
 
-// Chooses up to `wanted` bits, in 8 bytes in which the keys differ; from the first byte that differs on where more are
-// found there.
-KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset, unsigned wanted) {
+unsigned slotBitsOf(const TrainSort& sort) {
+  return static_cast<unsigned>(std::bit_width(std::size_t{sort.area.capacity}));
+}
+
+unsigned wantedBits(const TrainSort& sort, std::size_t entries) {
+  if (entries > maxPairs) return std::min(32 - slotBitsOf(sort), digitBits);
+  const unsigned bits = static_cast<unsigned>(std::bit_width(entries)) + spareBits;
+  return std::min((bits + digitBits - 1) / digitBits * digitBits, 2 * digitBits);
+}
+
+// Chooses bits in 8 bytes in which the keys differ; from the first byte that differs on where more are found there.
+KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset) {
+  const unsigned wanted = wantedBits(sort, slots.size());
   KeyBits chosen;
   std::uint64_t differing = 0;
   for (; offset < sort.area.keyLength && differing == 0; offset += 8) differing = differingBits(sort, slots, offset);
@@ -120,11 +130,6 @@ KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset, 
   return chosen;
 }
 
-unsigned wantedBits(std::size_t entries) {
-  const unsigned bits = static_cast<unsigned>(std::bit_width(entries)) + spareBits;
-  return std::min((bits + digitBits - 1) / digitBits * digitBits, 2 * digitBits);
-}
-
 // Turns the counts of the digit's values into the places where each value begins.
 void makePlaces(Histogram& counts) {
   std::uint32_t next = 0;
@@ -137,9 +142,9 @@ void distribute(std::span<const SortPair> from, SortPair* to, unsigned shift, Hi
   for (const SortPair& pair : from) to[places[pair.bits >> shift & (digitValues - 1)]++] = pair;
 }
 
-// Orders the slots by the chosen bits, at most two digits of them; the first slot of each group of equal bits is marked
-// with groupStart. Both digits are counted while the pairs are made.
-void orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
+// Pairs of the slots in the order of the chosen bits, at most two digits of them, in one of the two areas. Both digits
+// are counted while the pairs are made.
+const SortPair* orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
   std::array<Histogram, 2> counts{};
   for (std::size_t i = 0; i < slots.size(); ++i) {
     const std::uint32_t bits = chosen.gather(sort.prefixes[i]);
@@ -147,21 +152,24 @@ void orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
     ++counts[0][bits & (digitValues - 1)];
     ++counts[1][bits >> digitBits];
   }
-  const SortPair* ordered = sort.otherPairs;
   distribute({sort.pairs, slots.size()}, sort.otherPairs, 0, counts[0]);
-  if (chosen.total > digitBits) {
-    distribute({sort.otherPairs, slots.size()}, sort.pairs, digitBits, counts[1]);
-    ordered = sort.pairs;
-  }
+  if (chosen.total <= digitBits) return sort.otherPairs;
+  distribute({sort.otherPairs, slots.size()}, sort.pairs, digitBits, counts[1]);
+  return sort.pairs;
+}
+
+// Puts the slots into the order of their pairs; the first slot of each group of equal bits is marked with groupStart.
+void markGroups(Slots slots, const SortPair* ordered) {
   slots[0] = ordered[0].slot | groupStart;
   for (std::size_t i = 1; i < slots.size(); ++i) {
     slots[i] = ordered[i].slot | (ordered[i].bits != ordered[i - 1].bits ? groupStart : 0);
   }
 }
 
-// As orderByPairs, in place: the bits stand above the entry number in the slot, and each slot is brought into the part
-// of its bits, one exchange after the other. Does not keep the order of equal ones.
-void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen, unsigned slotBits) {
+// Orders and marks the slots in place: the bits stand above the entry number in the slot, and each slot is brought into
+// the part of its bits, one exchange after the other. Does not keep the order of equal ones.
+void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
+  const unsigned slotBits = slotBitsOf(sort);
   std::array<std::uint32_t, digitValues + 1> partEnd{};
   for (std::uint32_t& slot : slots) {
     const std::uint32_t bits = chosen.gather(sort.prefixOf(slot, chosen.offset));
@@ -257,21 +265,32 @@ void sortByMethod(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   method(OrderFrom(sort, offset), &slots.front(), &slots.back());
 }
 
-// Divides the slots, whose keys are equal before `offset`, into marked groups that lie in order, by the bits it gives;
-// slots of equal keys are ordered, and not marked.
-KeyBits divide(const TrainSort& sort, Slots slots, std::uint32_t offset) {
-  const auto slotBits = static_cast<unsigned>(std::bit_width(std::size_t{sort.area.capacity}));
-  const bool fitsPairs = slots.size() <= maxPairs;
-  const unsigned wanted = fitsPairs ? wantedBits(slots.size()) : std::min(32 - slotBits, digitBits);
-  const KeyBits chosen = chooseKeyBits(sort, slots, offset, wanted);
-  if (chosen.total == 0) {
-    orderByLfa(sort, slots);
-  } else if (fitsPairs) {
-    orderByPairs(sort, slots, chosen);
-  } else {
-    orderInPlace(sort, slots, chosen, slotBits);
+// Puts the slots into the order of their pairs and sorts each group of equal bits. False, and the groups are still to
+// be sorted, when a large one is among them.
+bool finishSmallGroups(const TrainSort& sort, Slots slots, const SortPair* ordered, const KeyBits& bits) {
+  // Where the bits of the slot before come again, in the area that is free.
+  auto* const repeats = reinterpret_cast<std::uint32_t*>(ordered == sort.pairs ? sort.otherPairs : sort.pairs);
+  std::size_t count = 0;
+  slots[0] = ordered[0].slot;
+  for (std::uint32_t i = 1; i < slots.size(); ++i) {
+    slots[i] = ordered[i].slot;
+    repeats[count] = i;
+    count += ordered[i].bits == ordered[i - 1].bits ? 1 : 0;
   }
-  return chosen;
+  for (std::size_t next = 0; next < count;) {
+    const std::size_t first = repeats[next] - 1;
+    std::size_t size = 2;
+    while (++next < count && repeats[next] == first + size) ++size;
+    const Slots group = slots.subspan(first, size);
+    if (bits.whole) {
+      orderByLfa(sort, group);
+    } else if (size <= smallGroup) {
+      sortByMethod(sort, group, bits.equalUpTo);
+    } else {
+      return false;
+    }
+  }
+  return true;
 }
 
 // Takes the first group from the front of marked slots, its mark away.
@@ -301,8 +320,18 @@ void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
     sortByMethod(sort, slots, offset);
     return;
   }
-  const KeyBits chosen = divide(sort, slots, offset);
-  if (chosen.total == 0) return;
+  const KeyBits chosen = chooseKeyBits(sort, slots, offset);
+  if (chosen.total == 0) {
+    orderByLfa(sort, slots);
+    return;
+  }
+  if (slots.size() <= maxPairs) {
+    const SortPair* const ordered = orderByPairs(sort, slots, chosen);
+    if (finishSmallGroups(sort, slots, ordered, chosen)) return;
+    markGroups(slots, ordered);
+  } else {
+    orderInPlace(sort, slots, chosen);
+  }
   while (!slots.empty()) {
     const Slots group = takeGroup(slots);
     if (group.size() > 1) sortWithin(sort, group, chosen);
@@ -311,8 +340,12 @@ void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
 
 // Sorts a train that the caches do not hold, and hands over each part of it while they still hold that one.
 bool sortInParts(const TrainSort& sort, Slots slots, SortedSlotsSink take) {
-  const KeyBits chosen = divide(sort, slots, 0);
-  if (chosen.total == 0) return take(slots);
+  const KeyBits chosen = chooseKeyBits(sort, slots, 0);
+  if (chosen.total == 0) {
+    orderByLfa(sort, slots);
+    return take(slots);
+  }
+  orderInPlace(sort, slots, chosen);
   while (!slots.empty()) {
     const Slots group = takeGroup(slots);
     sortWithin(sort, group, chosen);
