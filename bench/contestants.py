@@ -77,6 +77,7 @@ class IndexMaker(Contestant):
     """Makes index.ISI. The first is held against the data, each further one against the first, byte for byte."""
 
     source_name = "source.ISI"  # of a compaction
+    error_file_name = "index.ERR"
     check_words = ()
 
     @property
@@ -94,7 +95,8 @@ class IndexMaker(Contestant):
             self.place.run(*self.build_command(self.source_name), cwd=self.folder)
 
     def prepare(self):
-        self.index.unlink(missing_ok=True)
+        for path in (self.index, self.folder / self.error_file_name):  # to empty a file takes time too
+            path.unlink(missing_ok=True)
         if self.job.compaction == "in place":
             self.place.run("cp", self.source_name, "index.ISI", cwd=self.folder)
 
@@ -135,6 +137,7 @@ class Tarnvale(IndexMaker):
 
 class Roof(IndexMaker):
     check_words = ("bare",)
+    error_file_name = "index.ISI.err"
 
     def __init__(self, place, job, turns):
         super().__init__("roof", place, job, turns)

@@ -160,9 +160,7 @@ void extractKey(const RecordFormat& format, Bytes record, std::uint8_t* key) {
   const bool whole = !format.expandTabs && record.size() >= format.keyColumns;
   copyRanges(format, whole ? record.data() : keyColumns(format, record), key);
   if (!format.upperCase) return;
-  for (std::uint8_t& byte : std::span(key, format.keyLength)) {
-    byte = static_cast<std::uint8_t>(byte - (static_cast<std::uint8_t>(byte - 'a') < 26 ? 'a' - 'A' : 0));
-  }
+  for (std::uint8_t& byte : std::span(key, format.keyLength)) byte = toUpper(byte);
 }
 
 }  // namespace bench

@@ -1,5 +1,6 @@
 // What a job says about its data: where records end, which columns are the key, which records count. The roof and the
-// check of results read it from the same words and have none of their code from tarnvale.
+// check of results read it from the same words. The check has none of its code from tarnvale, the roof the search for
+// marks.
 #pragma once
 
 #include <cstddef>
@@ -48,6 +49,10 @@ struct RecordFormat {
 [[nodiscard]] RecordFormat readFormat(std::span<char* const> words);
 
 [[nodiscard]] bool isSelected(const RecordFormat& format, Bytes record);
+
+[[nodiscard]] inline std::uint8_t toUpper(std::uint8_t byte) {
+  return static_cast<std::uint8_t>(byte - (static_cast<std::uint8_t>(byte - 'a') < 26 ? 'a' - 'A' : 0));
+}
 
 /// Puts the key of a record, given without its mark, to `key`: blanks where the record ends before the column.
 void extractKey(const RecordFormat& format, Bytes record, std::uint8_t* key);

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "../src/data/mark_finder.h"
 #include "files.h"
 #include "record_format.h"
 #include "roof_merge.h"
@@ -39,39 +40,77 @@ struct Job {
   RecordFormat format;
 };
 
-// A key that is one range of the record, as it stands there, is copied in one piece.
+// A key that is one range of the record is copied in one piece.
 bool isPlainKey(const RecordFormat& format) {
-  return format.key.size() == 1 && format.key[0].first <= format.key[0].last && !format.upperCase && !format.expandTabs;
+  return format.key.size() == 1 && format.key[0].first <= format.key[0].last && !format.expandTabs;
 }
 
 template <std::size_t keyLength>
-void scanRecords(const Job& job, bench::Trains<keyLength>& trains) {
-  const RecordFormat& format = job.format;
+void foldKey(std::uint8_t* key) {
+#pragma GCC unroll 16
+  for (std::size_t i = 0; i < keyLength; ++i) key[i] = bench::toUpper(key[i]);
+}
+
+// The end of the record that begins at `start`, or null when it has none before `end`.
+template <typename MarkFinder>
+const std::uint8_t* endOfRecord(const RecordFormat& format, MarkFinder& marks, const std::uint8_t* start,
+                                const std::uint8_t* end) {
+  const auto left = static_cast<std::size_t>(end - start);
+  if (format.recordSize != 0) return left < format.recordSize ? nullptr : start + format.recordSize;
+  for (;;) {
+    const std::uint8_t* const markEnd = marks.next() + format.mark.size();
+    if (markEnd > end) return nullptr;
+    if (markEnd[-1] == static_cast<std::uint8_t>(format.mark.back())) return markEnd;
+  }
+}
+
+template <typename MarkFinder, std::size_t keyLength>
+void scanRecords(const RecordFormat& format, int input, bench::Trains<keyLength>& trains) {
   const bool plain = isPlainKey(format);
   const std::size_t keyStart = format.key[0].first;
-  const int input = ::open(job.input.c_str(), O_RDONLY);
-  if (input < 0) fail("cannot open " + job.input);
-  std::vector<std::uint8_t> buffer(2 * blockSize);  // what a block leaves of its last record, and the next block
+  const std::uint8_t mark = format.mark.empty() ? 0 : static_cast<std::uint8_t>(format.mark[0]);
+  constexpr std::size_t searchedBehind = 64;
+  std::vector<std::uint8_t> buffer(2 * blockSize + searchedBehind);  // the rest of a block, and the next block
   std::uint64_t lfa = 0;
   for (std::size_t left = 0;;) {
     const ssize_t size = ::read(input, buffer.data() + left, blockSize);
     if (size <= 0) break;
-    Bytes rest(buffer.data(), left + static_cast<std::size_t>(size));
-    for (Bytes record; !(record = takeRecord(format, rest)).empty(); lfa += record.size()) {
-      const Bytes columns = record.first(record.size() - format.mark.size());
+    const std::uint8_t* start = buffer.data();
+    const std::uint8_t* const end = start + left + size;
+    MarkFinder marks(start, end, mark);
+    for (const std::uint8_t* next; (next = endOfRecord(format, marks, start, end)) != nullptr; start = next) {
+      const Bytes columns(start, next - format.mark.size());
+      const std::uint64_t recordLfa = lfa;
+      lfa += static_cast<std::size_t>(next - start);
       if (!format.select.empty() && !isSelected(format, columns)) continue;
       auto& entry = trains.next();
-      entry.lfa = lfa;
-      entry.length = static_cast<std::uint16_t>(record.size());
+      entry.lfa = recordLfa;
+      entry.length = static_cast<std::uint16_t>(next - start);
       if (plain && keyStart + keyLength <= columns.size()) {
         std::memcpy(entry.key, columns.data() + keyStart, keyLength);
+        if (format.upperCase) foldKey<keyLength>(entry.key);
       } else {
         extractKey(format, columns, entry.key);
       }
       trains.accept();
     }
-    left = rest.size();
-    std::memmove(buffer.data(), rest.data(), left);
+    left = static_cast<std::size_t>(end - start);
+    std::memmove(buffer.data(), start, left);
+  }
+}
+
+// Many marks are found faster 64 bytes at a time, few by one search for each.
+template <std::size_t keyLength>
+void scanFile(const Job& job, bench::Trains<keyLength>& trains) {
+  constexpr std::size_t longRecord = 400;
+  const int input = ::open(job.input.c_str(), O_RDONLY);
+  if (input < 0) fail("cannot open " + job.input);
+  std::uint8_t beginning[longRecord];
+  const Bytes read(beginning, bench::readAt(input, beginning, longRecord, 0));
+  if (!job.format.mark.empty() && std::ranges::find(read, job.format.mark[0]) == read.end()) {
+    scanRecords<tarnvale::SearchingMarkFinder>(job.format, input, trains);
+  } else {
+    scanRecords<tarnvale::MarkFinder>(job.format, input, trains);
   }
 }
 
@@ -176,7 +215,7 @@ void run(const Job& job) {
   if (job.compact) {
     Walk<keyLength>{bench::openFile(job.input, 0), job.format.byNumber, trains}.run();
   } else {
-    scanRecords(job, trains);
+    scanFile(job, trains);
   }
   trains.finish();
   const bool inPlace = job.input == job.output;

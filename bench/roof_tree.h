@@ -46,14 +46,12 @@ struct Tree {
   }
 
   void add(const Record& entry) {
-    const bool equal = started && std::memcmp(before.key, entry.key, keyLength) == 0;
+    const bool equal = before != nullptr && std::memcmp(before, entry.key, keyLength) == 0;
     if (equal && dropsKeys) {
       reportDropped(entry);
       return;
     }
     duplicate = equal ? static_cast<std::uint16_t>(duplicate + 1) : std::uint16_t{0};
-    before = entry;
-    started = true;
     std::size_t level = 0;
     std::uint32_t child = 0;
     for (; levels[level].count == fullNode; ++level) {
@@ -68,6 +66,7 @@ struct Tree {
     added.duplicate = duplicate;
     added.length = entry.length;
     std::memcpy(added.key, entry.key, keyLength);
+    before = added.key;
   }
 
   void finish() {
@@ -89,8 +88,7 @@ struct Tree {
   std::array<Node, 16> levels{};
   std::size_t top = 0;
   std::uint32_t nodesWritten = 0;
-  Record before{};
-  bool started = false;
+  const std::uint8_t* before = nullptr;  // the key of the last entry, which stays until another takes its place
   std::uint16_t duplicate = 0;
 
   // A line of the error file, and the same as a message.

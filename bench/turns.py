@@ -36,9 +36,10 @@ class Result:
 
 def run_measured(contestant):
     """One turn: the command's output goes to a file, and nothing is left to be written when it starts."""
+    (contestant.folder / "messages").unlink(missing_ok=True)
     os.sync()
     measurements = contestant.folder / "measurements"
-    with open(contestant.folder / "messages", "w+", errors="replace") as messages:
+    with open(contestant.folder / "messages", "x+", errors="replace") as messages:
         command = [contestant.place.helpers["measure"], str(measurements), *contestant.command]
         subprocess.run(command, cwd=contestant.folder, env=contestant.place.environment, check=True,
                        stdin=subprocess.DEVNULL, stdout=messages, stderr=subprocess.STDOUT)
