@@ -150,6 +150,7 @@ class LoserTree {
   // That of an end marker is above all others.
   [[nodiscard]] std::uint64_t lfaOf(Head head) const { return entryLfa(slots_[slotOf(head)].cursor); }
 
+  // The order of two heads, and where these do not tell it, of their entries.
   [[nodiscard]] bool sortsBefore(Head a, Head b) const {
     if ((a ^ b) > slotMask) return a < b;
     return shape_.wholeKey ? lfaOf(a) < lfaOf(b) : entrySortsBefore(a, b);
