@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "format/sort_entry.h"
+#include "sort/key_bits.h"
 #include "sort/key_prefix.h"
 
 namespace tarnvale {
@@ -45,29 +46,6 @@ struct TrainSort {
   }
 };
 
-// Which bits of the keys a step looks at, out of 8 bytes from `offset` on.
-struct KeyBits {
-  struct Part {  // of one byte
-    unsigned shift;
-    unsigned width;
-  };
-  std::uint32_t offset = 0;     // in the key
-  std::uint32_t equalUpTo = 0;  // the keys are equal before this byte
-  std::array<Part, 8> parts{};
-  std::size_t partCount = 0;
-  unsigned total = 0;  // 0: the keys do not differ
-  bool whole = true;   // keys with the same bits are equal
-
-  [[nodiscard]] std::uint32_t gather(std::uint64_t prefix) const {
-    std::uint32_t bits = 0;
-    for (std::size_t i = 0; i < partCount; ++i) {
-      const auto part = static_cast<std::uint32_t>(prefix >> parts[i].shift);
-      bits = bits << parts[i].width | (part & ((1U << parts[i].width) - 1));
-    }
-    return bits;
-  }
-};
-
 // The bits in which the keys differ, in the 8 bytes from `offset` on. Where pairs will be made, these bytes are kept:
 // fetching the entries is what takes the time, above all those of a part of a large train, which lie all over it.
 std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t offset) {
@@ -88,19 +66,6 @@ std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t of
   return differing & keyPrefixMask(sort.area.keyLength, offset);
 }
 
-// Takes up to `wanted` bits. All bits of a byte below its highest differing one are taken, or, where that is too many,
-// the upper ones of these: the number orders as the bytes do.
-void takeBits(KeyBits& chosen, std::uint64_t differing, unsigned wanted) {
-  for (unsigned low = 64; low > 0;) {
-    low -= 8;
-    const auto span = static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing >> low)));
-    const unsigned width = std::min(span, wanted - chosen.total);
-    if (width > 0) chosen.parts[chosen.partCount++] = {low + span - width, width};
-    chosen.total += width;
-    chosen.whole = chosen.whole && width == span;
-  }
-}
-
 unsigned slotBitsOf(const TrainSort& sort) {
   return static_cast<unsigned>(std::bit_width(std::size_t{sort.area.capacity}));
 }
@@ -111,23 +76,32 @@ unsigned wantedBits(const TrainSort& sort, std::size_t entries) {
   return std::min((bits + digitBits - 1) / digitBits * digitBits, 2 * digitBits);
 }
 
+// Whether two digits tell few keys apart, as where some lie far from all others: a sample has the higher one often.
+bool isCrowded(const TrainSort& sort, std::size_t count, const KeyBits& chosen) {
+  constexpr std::size_t samples = 64;
+  constexpr std::size_t often = samples / 8;
+  std::array<std::uint8_t, digitValues> found{};
+  const std::size_t step = std::max<std::size_t>(count / samples, 1);
+  for (std::size_t i = 0; i < std::min(count, samples); ++i) {
+    if (++found[chosen.gather(sort.prefixes[i * step]) >> digitBits] > often) return true;
+  }
+  return false;
+}
+
 // Chooses bits in 8 bytes in which the keys differ; from the first byte that differs on where more are found there.
 KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset) {
+  const std::uint32_t keyLength = sort.area.keyLength;
   const unsigned wanted = wantedBits(sort, slots.size());
-  KeyBits chosen;
   std::uint64_t differing = 0;
-  for (; offset < sort.area.keyLength && differing == 0; offset += 8) differing = differingBits(sort, slots, offset);
-  if (differing == 0) return chosen;
-  const auto equalBytes = static_cast<std::uint32_t>(std::countl_zero(differing)) / 8;
-  chosen.offset = offset - 8;
-  chosen.equalUpTo = chosen.offset + equalBytes;
-  takeBits(chosen, differing, wanted);
-  if (chosen.total < wanted && equalBytes > 0) {  // the window ends too early
-    chosen = {chosen.equalUpTo, chosen.equalUpTo};
-    takeBits(chosen, differingBits(sort, slots, chosen.offset), wanted);
+  for (; offset < keyLength && differing == 0; offset += 8) differing = differingBits(sort, slots, offset);
+  if (differing == 0) return {};
+  KeyBits chosen = takeBits(differing, offset - 8, keyLength, wanted);
+  if (chosen.total < wanted && chosen.equalUpTo > chosen.offset) {  // the window ends too early
+    differing = differingBits(sort, slots, chosen.equalUpTo);
+    chosen = takeBits(differing, chosen.equalUpTo, keyLength, wanted);
   }
-  chosen.whole = chosen.whole && chosen.offset + 8 >= sort.area.keyLength;
-  return chosen;
+  const bool wider = chosen.more && wanted > digitBits && isCrowded(sort, slots.size(), chosen);
+  return wider ? takeBits(differing, chosen.offset, keyLength, maxKeyBits) : chosen;
 }
 
 // Turns the counts of the digit's values into the places where each value begins.
@@ -142,20 +116,30 @@ void distribute(std::span<const SortPair> from, SortPair* to, unsigned shift, Hi
   for (const SortPair& pair : from) to[places[pair.bits >> shift & (digitValues - 1)]++] = pair;
 }
 
-// Pairs of the slots in the order of the chosen bits, at most two digits of them, in one of the two areas. Both digits
-// are counted while the pairs are made.
-const SortPair* orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
-  std::array<Histogram, 2> counts{};
+// Pairs of the slots in the order of so many digits, in one of the two areas. All digits are counted while the pairs
+// are made.
+template <unsigned digits>
+const SortPair* orderByDigits(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
+  std::array<Histogram, digits> counts{};
   for (std::size_t i = 0; i < slots.size(); ++i) {
     const std::uint32_t bits = chosen.gather(sort.prefixes[i]);
     sort.pairs[i] = {bits, slots[i]};
-    ++counts[0][bits & (digitValues - 1)];
-    ++counts[1][bits >> digitBits];
+    for (unsigned digit = 0; digit < digits; ++digit) ++counts[digit][bits >> digit * digitBits & (digitValues - 1)];
   }
-  distribute({sort.pairs, slots.size()}, sort.otherPairs, 0, counts[0]);
-  if (chosen.total <= digitBits) return sort.otherPairs;
-  distribute({sort.otherPairs, slots.size()}, sort.pairs, digitBits, counts[1]);
-  return sort.pairs;
+  SortPair* from = sort.pairs;
+  SortPair* to = sort.otherPairs;
+  for (unsigned digit = 0; digit < digits; ++digit) {
+    distribute({from, slots.size()}, to, digit * digitBits, counts[digit]);
+    std::swap(from, to);
+  }
+  return from;
+}
+
+// The same in the order of the chosen bits.
+const SortPair* orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
+  if (chosen.total <= digitBits) return orderByDigits<1>(sort, slots, chosen);
+  if (chosen.total <= 2 * digitBits) return orderByDigits<2>(sort, slots, chosen);
+  return orderByDigits<3>(sort, slots, chosen);
 }
 
 // Puts the slots into the order of their pairs; the first slot of each group of equal bits is marked with groupStart.
