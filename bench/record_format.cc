@@ -65,7 +65,9 @@ std::vector<std::vector<Term>> readSelection(std::string_view rest) {
 
 bool holds(const Term& term, Bytes record) {
   if (term.column + term.text.size() > record.size()) return false;  // no job has records that end in a term
-  const int order = std::memcmp(record.data() + term.column, term.text.data(), term.text.size());
+  const std::uint8_t* const columns = record.data() + term.column;
+  const int order = term.text.size() == 1 ? *columns - static_cast<std::uint8_t>(term.text[0])
+                                          : std::memcmp(columns, term.text.data(), term.text.size());
   return term.operation == '=' ? order == 0 : term.operation == '<' ? order < 0 : order > 0;
 }
 

@@ -147,29 +147,34 @@ struct Trains {
   // Up to 32 of the bits in which eight bytes differ, side by side: of each byte those below its highest one.
   struct Bits {
     struct Part {
-      unsigned shift;
-      unsigned width;
+      std::uint64_t mask;
+      unsigned move;  // to the right
     };
     std::array<Part, 8> parts{};
     std::size_t partCount = 0;
 
     explicit Bits(std::uint64_t differing) {
-      unsigned left = 32;
+      unsigned left = std::min(bitCount(differing), 32U);
       for (unsigned low = 64; low > 0 && left > 0;) {
         low -= 8;
         const auto span = static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing >> low)));
         const unsigned width = std::min(span, left);
-        if (width > 0) parts[partCount++] = {low + span - width, width};
+        const unsigned begin = low + span - width;
         left -= width;
+        if (width > 0) parts[partCount++] = {((std::uint64_t{1} << width) - 1) << begin, begin - left};
       }
     }
+    // Of each byte those up to its highest one.
+    static unsigned bitCount(std::uint64_t differing) {
+      unsigned count = 0;
+      for (; differing != 0; differing >>= 8)
+        count += static_cast<unsigned>(std::bit_width(static_cast<std::uint8_t>(differing)));
+      return count;
+    }
     std::uint32_t gather(std::uint64_t bytes) const {
-      std::uint32_t bits = 0;
-      for (std::size_t i = 0; i < partCount; ++i) {
-        const auto part = static_cast<std::uint32_t>(bytes >> parts[i].shift);
-        bits = bits << parts[i].width | (part & ((1U << parts[i].width) - 1));
-      }
-      return bits;
+      std::uint64_t bits = 0;
+      for (std::size_t i = 0; i < partCount; ++i) bits |= (bytes & parts[i].mask) >> parts[i].move;
+      return static_cast<std::uint32_t>(bits);
     }
   };
 
