@@ -15,7 +15,7 @@ bool reported(bool written, Messages& messages) {
 
 void startOutput(IndexOutput& output, FileRole file, int fd, std::uint8_t* base, bool recordNumbers) {
   output.buffer.base = base;
-  aimOutput(output.buffer, file, fd);
+  aimOutput(output.buffer, file, fd, headerAreaSize);
   output.recordNumbers = recordNumbers;
   output.lastNodePointer = pointerToOffset(deletedListOffset, recordNumbers);
 }

@@ -110,7 +110,7 @@ bool fillGroup(const Sorter& sorter, MergePlan& plan, MergeGroup& group, Message
 SortResult mergeUpToFinalPass(Sorter& sorter, MergePlan& plan, TrackedFiles& files, Messages& messages) {
   startPass(sorter, plan, files);
   while (!plan.finalPass) {
-    aimOutput(sorter.output, sorter.written, files[sorter.written].fd);
+    aimOutput(sorter.output, sorter.written, files[sorter.written].fd, 0);
     const Progress progress;
     while (plan.trainsRead < sorter.trainCount) {
       const SortResult result = mergeIntoTrain(sorter, plan, progress, messages);

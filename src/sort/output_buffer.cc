@@ -4,16 +4,19 @@
 
 namespace tarnvale {
 
-void aimOutput(OutputBuffer& output, FileRole file, int fd) {
-  output.next = output.base;
+void aimOutput(OutputBuffer& output, FileRole file, int fd, std::size_t fileOffset) {
+  output.start = output.base + fileOffset % outputBufferSize;
+  output.next = output.start;
   output.file = file;
   output.fd = fd;
 }
 
 bool flushOutput(OutputBuffer& output) {
-  const std::size_t size = outputBufferSize - output.room();
+  const std::uint8_t* const start = output.start;
+  const auto size = static_cast<std::size_t>(output.next - start);
+  output.start = output.base;
   output.next = output.base;
-  return writeAll(output.fd, output.base, size);
+  return writeAll(output.fd, start, size);
 }
 
 bool putThroughFullBuffer(OutputBuffer& output, const void* bytes, std::size_t size) {

@@ -16,16 +16,18 @@ namespace tarnvale {
 inline constexpr std::size_t outputBufferSize = 262144;
 
 struct OutputBuffer {
-  std::uint8_t* base = nullptr;  // outputBufferSize bytes; not owned
-  std::uint8_t* next = nullptr;  // where the next byte goes
+  std::uint8_t* base = nullptr;   // outputBufferSize bytes; not owned
+  std::uint8_t* start = nullptr;  // of what is not yet written
+  std::uint8_t* next = nullptr;   // where the next byte goes
   FileRole file = FileRole::workFile1;
   int fd = -1;  // of that file; not owned
 
   [[nodiscard]] std::size_t room() const { return static_cast<std::size_t>(base + outputBufferSize - next); }
 };
 
-/// Aims the buffer, which must be empty, at the open file of the role.
-void aimOutput(OutputBuffer& output, FileRole file, int fd);
+/// Aims the buffer, which must be empty, at the open file of the role, whose next byte is at `fileOffset`. A write ends
+/// at a multiple of the buffer's size: the system takes whole aligned pieces faster.
+void aimOutput(OutputBuffer& output, FileRole file, int fd, std::size_t fileOffset);
 
 /// Writes the bytes in the buffer to the file with one write and empties the buffer. False when not all could be
 /// written; they are dropped then too.

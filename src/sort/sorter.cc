@@ -148,7 +148,7 @@ bool startSorter(Sorter& sorter, const SortMemory& memory, const SortLimits& lim
 }
 
 SortResult formTrains(Sorter& sorter, const TrackedFiles& files, Messages& messages, TrainSource source) {
-  aimOutput(sorter.output, sorter.written, files[sorter.written].fd);
+  aimOutput(sorter.output, sorter.written, files[sorter.written].fd, 0);
   const Progress progress;
   bool anyWritten = false;
   for (;;) {
