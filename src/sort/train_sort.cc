@@ -79,7 +79,7 @@ unsigned wantedBits(const TrainSort& sort, std::size_t entries) {
 // Whether two digits tell few keys apart, as where some lie far from all others: a sample has the higher one often.
 bool isCrowded(const TrainSort& sort, std::size_t count, const KeyBits& chosen) {
   constexpr std::size_t samples = 64;
-  constexpr std::size_t often = samples / 8;
+  constexpr std::size_t often = samples / 16;
   std::array<std::uint8_t, digitValues> found{};
   const std::size_t step = std::max<std::size_t>(count / samples, 1);
   for (std::size_t i = 0; i < std::min(count, samples); ++i) {
