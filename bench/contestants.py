@@ -4,6 +4,7 @@ import filecmp
 import subprocess
 from dataclasses import dataclass, field
 from pathlib import Path
+from typing import ClassVar
 
 from jobs import DEFAULT_AREA, SHAPES
 from tools import has_tool
@@ -51,6 +52,7 @@ class Contestant:
     job: object
     turns: int  # at most
     command: list = field(default_factory=list)
+    first_check_is_long: ClassVar[bool] = False
 
     @property
     def folder(self):
@@ -76,6 +78,7 @@ class Contestant:
 class IndexMaker(Contestant):
     """Makes index.ISI. The first is held against the data, each further one against the first, byte for byte."""
 
+    first_check_is_long = True
     source_name = "source.ISI"  # of a compaction
     error_file_name = "index.ERR"
     check_words = ()

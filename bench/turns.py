@@ -51,7 +51,11 @@ def run_measured(contestant):
 
 
 def measure(contestants, repeat):
-    """Gives the results by name. A contestant that fails is left out from there on and has None for a result."""
+    """Gives the results by name. A contestant that fails is left out from there on and has None for a result.
+
+    Who needs a long check first takes a turn more, which is not counted: during it the system would take back memory
+    that the turns use.
+    """
     samples = {contestant.name: [] for contestant in contestants}
     failures = {}
 
@@ -66,15 +70,20 @@ def measure(contestants, repeat):
         contestant.prepare()
         sample = run_measured(contestant)
         contestant.check()
-        samples[contestant.name].append(sample)
+        return sample
+
+    def take_counted_turn(contestant):
+        samples[contestant.name].append(take_turn(contestant))
 
     for contestant in contestants:
         attempt(contestant, contestant.begin)
+        if contestant.first_check_is_long:
+            attempt(contestant, lambda contestant=contestant: take_turn(contestant))
     for turn in range(repeat):
         first = turn % len(contestants)  # no one always follows the same other
         for contestant in contestants[first:] + contestants[:first]:
             if turn < contestant.turns:
-                attempt(contestant, lambda contestant=contestant: take_turn(contestant))
+                attempt(contestant, lambda contestant=contestant: take_counted_turn(contestant))
     for contestant in contestants:
         contestant.end()
     results = {name: None if name in failures else Result(tuple(taken)) for name, taken in samples.items()}
