@@ -92,13 +92,25 @@ void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) 
   if (!written) reportIncomplete(list, file, messages);
 }
 
+// A line for which there is too little room fills the buffer up, and its rest begins the next one: the system takes
+// whole buffers faster. An interrupt between the two would find half a line.
+void collectAcross(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line,
+                   std::string_view end) {
+  const InterruptHold hold;
+  const std::size_t room = list.lines.size() - file.collected.size;
+  const std::size_t ofLine = std::min(room, line.size());
+  const std::size_t ofEnd = room - ofLine;
+  static_cast<void>(collectLine(file.collected, list.lines, line.substr(0, ofLine), end.substr(0, ofEnd)));
+  flushErrorFile(list, file, messages);
+  static_cast<void>(collectLine(file.collected, list.lines, line.substr(ofLine), end.substr(ofEnd)));
+}
+
 }  // namespace
 
 void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line) {
   constexpr std::string_view end = "\r\n";
   if (!file.isOpen() || collectLine(file.collected, list.lines, line, end)) return;
-  flushErrorFile(list, file, messages);
-  static_cast<void>(collectLine(file.collected, list.lines, line, end));
+  collectAcross(list, file, messages, line, end);
 }
 
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <regex>
 #include <tuple>
@@ -142,6 +143,25 @@ TEST(Program, WorksWithoutStandardDescriptors) {
     EXPECT_EQ(runProgram(folder, "data.txt,out.isi -e,1-3", closeDescriptors).exitStatus, 0);
     EXPECT_TRUE(folder.read("out.isi") == index) << last;
   }
+}
+
+TEST(Program, ListsEveryDroppedKeyWhereverItsBuffersEnd) {
+  const TestFolder folder;
+  std::string data;
+  std::string errors;
+  std::string told;
+  for (unsigned i = 0; i < 9000; ++i) {
+    data += "sixteen in a key\n";
+    if (i == 0) continue;
+    char line[66];  // of 65 bytes: the buffer of 262,144 ends between CR and LF
+    std::snprintf(line, sizeof line, "Duplicate Key ignored at:%16X Key:sixteen in a key \r\n", i * 17);
+    errors += line;
+    told += std::string(line, 63) + "\n";
+  }
+  folder.write("data.txt", data);
+  ASSERT_EQ(runProgram(folder, "-llog data.txt,out.isi -n0,1-16").exitStatus, 0);
+  EXPECT_TRUE(folder.read("out.ERR") == errors);
+  EXPECT_NE(folder.read("log").find(told), std::string::npos);
 }
 
 TEST(Program, InterruptedInABuildLeavesOnlyTheErrorFileWithAllThatWasTold) {
