@@ -1,7 +1,5 @@
 #include "common/messages.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -50,28 +48,6 @@ void writeCollected(Messages& messages) {
   writeText(messages, {messages.collectedBytes.data(), size});
 }
 
-bool collect(Messages& messages, std::string_view line) {
-  return collectLine(*messages.collected, {messages.collectedBytes.data(), messages.collectedLimit}, line, "");
-}
-
-// The system takes whole buffers of a file faster when they end at a multiple of their size.
-void alignBuffer(Messages& messages) {
-  const std::size_t size = messages.collectedBytes.size();
-  const off_t position = ::lseek(::fileno(messages.stream), 0, SEEK_CUR);
-  messages.collectedLimit = position < 0 ? size : size - static_cast<std::size_t>(position) % size;
-}
-
-// A line for which there is too little room fills the buffer up, and its rest begins the next one. An interrupt between
-// the two would find half a line.
-void collectAcross(Messages& messages, std::string_view line) {
-  const InterruptHold hold;
-  const std::size_t room = messages.collectedLimit - messages.collected->size;
-  static_cast<void>(collect(messages, line.substr(0, room)));
-  writeCollected(messages);
-  messages.collectedLimit = messages.collectedBytes.size();
-  static_cast<void>(collect(messages, line.substr(room)));
-}
-
 }  // namespace
 
 void putMessage(Messages& messages, std::string_view text) {
@@ -82,18 +58,12 @@ void putMessage(Messages& messages, std::string_view text) {
 
 void putCollectedLine(Messages& messages, std::string_view line) {
   if (messages.stream == nullptr) return;
-  if (messages.collected == nullptr) {
-    writeText(messages, line);
-    return;
-  }
-  if (messages.toFile && messages.collected->size == 0) alignBuffer(messages);
-  if (collect(messages, line)) return;
-  if (messages.toFile) {
-    collectAcross(messages, line);
-    return;
-  }
+  CollectedLines* const lines = messages.collected;
+  const std::span<char> buffer(messages.collectedBytes.data(), messages.collectedLimit);
+  if (lines != nullptr && collectLine(*lines, buffer, line, "")) return;
   writeCollected(messages);
-  if (!collect(messages, line)) writeText(messages, line);
+  if (lines != nullptr && collectLine(*lines, buffer, line, "")) return;
+  writeText(messages, line);
 }
 
 void flushMessages(Messages& messages) {

@@ -20,7 +20,6 @@ struct Messages {
   bool debugMode = false;       // diagnostics of every floor are written
   // Where many lines of one kind are collected, when they go to a file or a pipe; null: each is written at once.
   CollectedLines* collected = nullptr;
-  bool toFile = false;                // lines are written in whole buffers, wherever these end
   std::size_t collectedLimit = 4096;  // bytes; a pipe takes as many without waiting, a file more
   std::array<char, 262144> collectedBytes;
   FixedText<300> buffer;  // where a message with values is composed; also holds the text of a failed opening

@@ -16,10 +16,15 @@ bool openRegular(TrackedFile& file, int access) {
   return false;
 }
 
-bool closeTracked(TrackedFile& file) {
-  if (!file.isOpen()) return true;
+bool writeLines(TrackedFile& file) {
   const bool written = writeAll(file.fd, file.collected.bytes, file.collected.size);
   file.collected.size = 0;
+  return written;
+}
+
+bool closeTracked(TrackedFile& file) {
+  if (!file.isOpen()) return true;
+  const bool written = writeLines(file);
   return closeFile(file.fd) && written;
 }
 

@@ -36,7 +36,8 @@ enum class AtEnd : std::uint8_t {
   removeAlways,
 };
 
-/// Whole lines that are not yet written; an interrupt still writes them. The bytes belong to who collects them.
+/// Lines that are not yet written, of the first one perhaps only the rest; an interrupt still writes them. The bytes
+/// belong to who collects them.
 struct CollectedLines {
   const char* bytes = nullptr;
   std::size_t size = 0;
@@ -78,6 +79,10 @@ enum class RunEnd : std::uint8_t { success, failure };
 /// Opens the file of the name, with the access O_RDONLY or O_RDWR. Only a regular file will do; a pipe of that name
 /// does not stop the run. Holds interrupts.
 [[nodiscard]] bool openRegular(TrackedFile& file, int access);
+
+/// Writes the collected lines and forgets them. False when not all could be written. Async-signal-safe; interrupts must
+/// be held.
+[[nodiscard]] bool writeLines(TrackedFile& file);
 
 /// Writes the collected lines and closes the file. False when either failed; nothing to do for a closed one.
 /// Async-signal-safe; interrupts must be held.

@@ -258,7 +258,7 @@ StatusCode carryOut(RunContext& run, Arguments arguments) {
 void collectMessages(RunContext& run) {
   if (run.messages.progressEnabled) return;
   run.messages.collected = &run.files.messages;
-  run.messages.toFile = isRegularFile(run.files.messageFd);
+  if (isRegularFile(run.files.messageFd)) run.messages.collectedLimit = run.messages.collectedBytes.size();
 }
 
 }  // namespace

@@ -81,28 +81,29 @@ void reportIncomplete(DuplicateList& list, const TrackedFile& file, Messages& me
   putComposed(messages, {"Unable to write all duplicate keys to error file ", fileName(file.name), "\n"});
 }
 
-// Written and forgotten in one step: the interrupt handler writes what it finds collected.
 void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {
   bool written = false;
   {
     const InterruptHold hold;
-    written = writeAll(file.fd, file.collected.bytes, file.collected.size);
-    file.collected.size = 0;
+    written = writeLines(file);
   }
   if (!written) reportIncomplete(list, file, messages);
 }
 
-// A line for which there is too little room fills the buffer up, and its rest begins the next one: the system takes
-// whole buffers faster. An interrupt between the two would find half a line.
+// Fills the buffer up with the beginning of a line that it has no room for, writes it, and begins the next one with the
+// rest: the system takes whole buffers faster. Where the beginning could not be written, the rest is dropped too.
 void collectAcross(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line,
                    std::string_view end) {
-  const InterruptHold hold;
   const std::size_t room = list.lines.size() - file.collected.size;
   const std::size_t ofLine = std::min(room, line.size());
   const std::size_t ofEnd = room - ofLine;
-  static_cast<void>(collectLine(file.collected, list.lines, line.substr(0, ofLine), end.substr(0, ofEnd)));
-  flushErrorFile(list, file, messages);
-  static_cast<void>(collectLine(file.collected, list.lines, line.substr(ofLine), end.substr(ofEnd)));
+  bool written = false;
+  {
+    const InterruptHold hold;  // no half line for an interrupt
+    static_cast<void>(collectLine(file.collected, list.lines, line.substr(0, ofLine), end.substr(0, ofEnd)));
+    written = writeLines(file) && collectLine(file.collected, list.lines, line.substr(ofLine), end.substr(ofEnd));
+  }
+  if (!written) reportIncomplete(list, file, messages);
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 namespace tarnvale {
 
-inline constexpr unsigned maxKeyBits = 32;
+inline constexpr unsigned maxKeyBits = 32;  // of a number
 
 /// Which bits of a key make its number, out of 8 bytes from `offset` on.
 struct KeyBits {

@@ -25,8 +25,8 @@ struct OutputBuffer {
   [[nodiscard]] std::size_t room() const { return static_cast<std::size_t>(base + outputBufferSize - next); }
 };
 
-/// Aims the buffer, which must be empty, at the open file of the role, whose next byte is at `fileOffset`. A write ends
-/// at a multiple of the buffer's size: the system takes whole aligned pieces faster.
+/// Aims the buffer, which must be empty, at the open file of the role, in which its bytes will go to `fileOffset`. Full
+/// buffers then end at multiples of their size in the file: the system takes whole aligned pieces faster.
 void aimOutput(OutputBuffer& output, FileRole file, int fd, std::size_t fileOffset);
 
 /// Writes the bytes in the buffer to the file with one write and empties the buffer. False when not all could be

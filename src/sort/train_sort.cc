@@ -76,7 +76,8 @@ unsigned wantedBits(const TrainSort& sort, std::size_t entries) {
   return std::min((bits + digitBits - 1) / digitBits * digitBits, 2 * digitBits);
 }
 
-// Whether two digits tell few keys apart, as where some lie far from all others: a sample has the higher one often.
+// Whether two digits tell few keys apart, as where some lie far from all others: in a sample of the keys one value of
+// the higher digit comes often.
 bool isCrowded(const TrainSort& sort, std::size_t count, const KeyBits& chosen) {
   constexpr std::size_t samples = 64;
   constexpr std::size_t often = samples / 16;
@@ -88,7 +89,8 @@ bool isCrowded(const TrainSort& sort, std::size_t count, const KeyBits& chosen) 
   return false;
 }
 
-// Chooses bits in 8 bytes in which the keys differ; from the first byte that differs on where more are found there.
+// Chooses bits in 8 bytes in which the keys differ; from the first byte that differs on where more are found there. Two
+// digits of them where that will do, else three.
 KeyBits chooseKeyBits(const TrainSort& sort, Slots slots, std::uint32_t offset) {
   const std::uint32_t keyLength = sort.area.keyLength;
   const unsigned wanted = wantedBits(sort, slots.size());
@@ -116,8 +118,8 @@ void distribute(std::span<const SortPair> from, SortPair* to, unsigned shift, Hi
   for (const SortPair& pair : from) to[places[pair.bits >> shift & (digitValues - 1)]++] = pair;
 }
 
-// Pairs of the slots in the order of so many digits, in one of the two areas. All digits are counted while the pairs
-// are made.
+// Pairs of the slots in the order of the chosen bits, which have so many digits, in one of the two areas. All digits
+// are counted while the pairs are made.
 template <unsigned digits>
 const SortPair* orderByDigits(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
   std::array<Histogram, digits> counts{};
@@ -135,7 +137,7 @@ const SortPair* orderByDigits(const TrainSort& sort, Slots slots, const KeyBits&
   return from;
 }
 
-// The same in the order of the chosen bits.
+// The same for any number of bits.
 const SortPair* orderByPairs(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
   if (chosen.total <= digitBits) return orderByDigits<1>(sort, slots, chosen);
   if (chosen.total <= 2 * digitBits) return orderByDigits<2>(sort, slots, chosen);

@@ -153,7 +153,7 @@ TEST(Program, ListsEveryDroppedKeyWhereverItsBuffersEnd) {
   for (unsigned i = 0; i < 9000; ++i) {
     data += "sixteen in a key\n";
     if (i == 0) continue;
-    char line[66];  // of 65 bytes: the buffer of 262,144 ends between CR and LF
+    char line[66];  // of 65 bytes: the error file's buffer of 262,144 ends between CR and LF
     std::snprintf(line, sizeof line, "Duplicate Key ignored at:%16X Key:sixteen in a key \r\n", i * 17);
     errors += line;
     told += std::string(line, 63) + "\n";
