@@ -124,12 +124,17 @@ bool convertEntry(const IsiHandle& handle, const std::uint8_t* entry, std::uint8
 FilledTrain fillTrainFromIndex(Compaction& compaction, const EntryArea& area, IndexResult& result) {
   std::uint8_t* place = area.first;
   FilledTrain filled{FilledTrain::State::more, 0};
+  filled.inOrder = true;
+  std::uint64_t before = 0;  // the beginning of the key
   for (; filled.entries < area.room; ++filled.entries) {
     result = nextEntry(compaction.cursor);
     if (result == IndexResult::done && !convertEntry(compaction.handle, compaction.cursor.entry, place)) {
       result = IndexResult::inconsistent;
     }
     if (result != IndexResult::done) break;
+    // Keys ascend; where they are equal, their records may lie in another order.
+    filled.inOrder = filled.inOrder && compaction.cursor.prefix != before;
+    before = compaction.cursor.prefix;
     place += area.entrySize;
   }
   writeEndMarker(place, area.entrySize);

@@ -92,16 +92,18 @@ bool sortAndWriteTrain(Sorter& sorter, std::uint32_t count) {
 }
 
 // Writes the train sorted; an end marker follows it unless the area was full. False when a write failed.
-bool writeSortTrain(Sorter& sorter, std::uint32_t count) {
+bool writeSortTrain(Sorter& sorter, const FilledTrain& filled) {
   const SortArea& area = sorter.area;
-  if (!(isInOrder(area, count) ? writeTrainInOrder(sorter, count) : sortAndWriteTrain(sorter, count))) return false;
+  const std::uint32_t count = filled.entries;
+  const bool inOrder = filled.inOrder || isInOrder(area, count);
+  if (!(inOrder ? writeTrainInOrder(sorter, count) : sortAndWriteTrain(sorter, count))) return false;
   const std::uint32_t room = area.train().room;
   sorter.trainEnd += static_cast<std::uint64_t>(room) * area.entrySize;
   return count == room || putEndMarker(sorter);
 }
 
 SortResult writeAndCountTrain(Sorter& sorter, const FilledTrain& filled, const Progress& progress, Messages& messages) {
-  if (!writeSortTrain(sorter, filled.entries)) return SortResult::workFileNotWritten;
+  if (!writeSortTrain(sorter, filled)) return SortResult::workFileNotWritten;
   ++sorter.trainCount;
   if (sorter.trainCount >= sorter.limits.maxTrains) {
     putMessage(messages, "\nToo many sort trains\n");
@@ -115,11 +117,11 @@ SortResult writeAndCountTrain(Sorter& sorter, const FilledTrain& filled, const P
 }
 
 // Ends the trains: writes the one still in memory when no other was written, then the end marker of the file.
-SortResult finishTrains(Sorter& sorter, std::uint32_t count, bool anyWritten, Messages& messages) {
+SortResult finishTrains(Sorter& sorter, const FilledTrain& filled, bool anyWritten, Messages& messages) {
   if (anyWritten) {
     putMessage(messages, "\n");  // ends the progress line
   } else {
-    if (!writeSortTrain(sorter, count)) return SortResult::workFileNotWritten;
+    if (!writeSortTrain(sorter, filled)) return SortResult::workFileNotWritten;
     ++sorter.trainCount;
   }
   return putEndMarker(sorter) && flushOutput(sorter.output) ? SortResult::done : SortResult::workFileNotWritten;
@@ -163,7 +165,7 @@ SortResult formTrains(Sorter& sorter, const TrackedFiles& files, Messages& messa
     }
     if (!last) continue;
     giveBackPages(sorter.pairs, pairBufferSize);  // what is needed from here on takes their place
-    return finishTrains(sorter, filled.entries, anyWritten, messages);
+    return finishTrains(sorter, filled, anyWritten, messages);
   }
 }
 

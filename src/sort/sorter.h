@@ -78,6 +78,7 @@ struct FilledTrain {
   std::uint32_t entries;
   std::uint64_t done = 0;   // of the source's input, in units of its own
   std::uint64_t total = 0;  // 0: not known
+  bool inOrder = false;     // known to the source: need not be looked at
 };
 using TrainSource = FunctionRef<FilledTrain(const EntryArea&)>;
 
