@@ -61,6 +61,13 @@ std::size_t readAt(int fd, void* to, std::size_t size, std::uint64_t offset) {
 
 void Writer::putInPieces(const std::uint8_t* bytes, std::size_t size) {
   while (size > 0) {
+    if (used == 0 && size >= writerSize) {  // whole buffers need no copying
+      const std::size_t whole = size - size % writerSize;
+      if (::write(fd, bytes, whole) != static_cast<ssize_t>(whole)) fail("cannot write");
+      bytes += whole;
+      size -= whole;
+      continue;
+    }
     const std::size_t piece = std::min(size, writerSize - used);
     std::memcpy(buffer.get() + used, bytes, piece);
     used += piece;

@@ -29,17 +29,20 @@ template <std::size_t keyLength>
 struct Merge {
   using Record = Entry<keyLength>;
   static constexpr std::size_t maxFanIn = 32;
+  static constexpr std::size_t cacheLine = 64;
 
   int input;
-  Record* area;  // in which each train of a group has a block
+  std::uint8_t* area;    // in which each train of a group has a part
+  std::size_t partSize;  // whole cache lines
   std::size_t blockEntries;
   std::size_t shared;   // key bytes that need no look
   unsigned sharedBits;  // of these in the number of a head
 
-  Merge(Trains<keyLength>& trains, std::size_t blockSize)
+  Merge(Trains<keyLength>& trains, std::size_t sizeOfPart)
       : input(trains.out.fd),
-        area(trains.area),
-        blockEntries(blockSize),
+        area(reinterpret_cast<std::uint8_t*>(trains.area)),
+        partSize(sizeOfPart - sizeOfPart % cacheLine),
+        blockEntries((partSize - cacheLine) / sizeof(Record)),
         shared(trains.shared),
         sharedBits(8 *
                    static_cast<unsigned>(std::clamp<std::size_t>(shared + 8, keyLength, keyLength + 7) - keyLength)) {}
@@ -48,7 +51,7 @@ struct Merge {
   void run(const std::uint64_t* starts, std::size_t trains, Take take) {
     leaves = std::bit_ceil(trains);
     for (std::size_t i = 0; i < trains; ++i) {
-      sources[i] = {area + i * blockEntries, nullptr, nullptr, starts[i]};
+      sources[i] = {area + i * partSize, nullptr, nullptr, starts[i]};
       readBlock(sources[i]);
       following[i] = headOf(i, sources[i].next + 1);
     }
@@ -76,7 +79,7 @@ struct Merge {
 
  private:
   struct Source {
-    Record* block;
+    std::uint8_t* part;  // of the area
     Record* next;
     Record* blockEnd;
     std::uint64_t offset;  // of the next block
@@ -99,11 +102,12 @@ struct Merge {
     following[number] = headOf(number, source.next);
   }
 
+  // A block lies in memory as it does in the file, counted from a cache line: the system copies it faster so.
   void readBlock(Source& source) {
-    readAt(input, source.block, blockEntries * sizeof(Record), source.offset);
+    source.next = reinterpret_cast<Record*>(source.part + source.offset % cacheLine);
+    source.blockEnd = source.next + blockEntries;
+    readAt(input, source.next, blockEntries * sizeof(Record), source.offset);
     source.offset += blockEntries * sizeof(Record);
-    source.next = source.block;
-    source.blockEnd = source.block + blockEntries;
   }
 
   Head headOf(std::size_t source, const Record* entry) const {
@@ -166,8 +170,8 @@ void mergeTrains(Trains<keyLength>& trains, std::size_t areaSize, Take take) {
   using Record = Entry<keyLength>;
   std::vector<std::uint64_t> starts = trains.starts;
   const std::size_t fanIn = chooseFanIn(starts.size());
-  constexpr std::size_t largestBlock = 262144 / sizeof(Record);  // a larger one leaves the cache before it is used
-  Merge<keyLength> merge(trains, std::min((areaSize / sizeof(Record) - 1) / fanIn, largestBlock));
+  constexpr std::size_t largestPart = 262144;  // a larger one leaves the cache before it is used
+  Merge<keyLength> merge(trains, std::min(areaSize / fanIn, largestPart));
   if (starts.size() > fanIn) trains.out.fd = openWorkFile();
   while (starts.size() > fanIn) {
     std::vector<std::uint64_t> merged;
