@@ -4,6 +4,7 @@
 // The input: a byte of choices, then the file, or what makes one that can be opened: key length, the flags of both
 // kinds, the head of the deleted-record list, and all that stands behind the header.
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <vector>
 
@@ -84,12 +85,13 @@ void lookUp(IndexCursor& cursor, const Walk& all, const std::string& key) {
 
 void copyDeletedList(IsiHandle& handle, int target, bool inPlace) {
   static Messages messages;
+  static std::array<std::uint8_t, outputBufferSize> buffer;
   const DeletedRecordNode first = handle.area.deletedNode;
   const ListCopyResult checked = checkDeletedList(handle);
   demand(std::memcmp(&first, &handle.area.deletedNode, sizeof first) == 0, "a check leaves the header area alone");
   if (checked != ListCopyResult::done) return;
   IndexOutput output;
-  startOutput(output, FileRole::index, target, nullptr, handle.recordNumbers);
+  startOutput(output, FileRole::index, target, buffer.data(), handle.recordNumbers);
   std::uint32_t count = 0;
   demand(carryDeletedList(handle, output, inPlace, count, messages) == ListCopyResult::done,
          "a list found whole can be copied");
