@@ -33,18 +33,6 @@ template <typename Byte>
   }
 }
 
-/// The same for what mostly has 32 to 64 bytes.
-template <typename Byte>
-[[gnu::always_inline]] inline void copyLine(Byte* to, const Byte* from, std::size_t size) {
-  constexpr std::size_t half = 32;
-  if (size < half || size > 2 * half) {
-    std::memcpy(to, from, size);
-  } else {
-    copyShort(to, from, half);
-    copyShort(to + size - half, from + size - half, half);
-  }
-}
-
 /// True when two short pieces of memory are equal. Of 8 to 16 bytes two numbers each are compared, without a call.
 [[nodiscard]] [[gnu::always_inline]] inline bool equalShort(const std::uint8_t* a, const std::uint8_t* b,
                                                             std::size_t size) {

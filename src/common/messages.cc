@@ -58,12 +58,15 @@ void putMessage(Messages& messages, std::string_view text) {
 
 void putCollectedLine(Messages& messages, std::string_view line) {
   if (messages.stream == nullptr) return;
-  CollectedLines* const lines = messages.collected;
-  const std::span<char> buffer(messages.collectedBytes.data(), messages.collectedLimit);
-  if (lines != nullptr && collectLine(*lines, buffer, line, "")) return;
+  const auto collect = [&] {
+    return collectMessage(messages, line.size(), [&](char* to) {
+      std::ranges::copy(line, to);
+      return line.size();
+    });
+  };
+  if (collect()) return;
   writeCollected(messages);
-  if (lines != nullptr && collectLine(*lines, buffer, line, "")) return;
-  writeText(messages, line);
+  if (!collect()) writeText(messages, line);
 }
 
 void flushMessages(Messages& messages) {

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <initializer_list>
+#include <span>
 #include <string_view>
 
 #include "common/fixed_text.h"
@@ -31,6 +33,16 @@ void putMessage(Messages& messages, std::string_view text);
 /// Writes a line together with others like it: not later than the next message of another kind, the
 /// closing of the stream, or an interrupt.
 void putCollectedLine(Messages& messages, std::string_view line);
+
+/// putCollectedLine for a line that is composed where it is to stand, see collectComposed. False when it must be
+/// composed elsewhere and put with putCollectedLine.
+template <typename Compose>
+[[nodiscard]] [[gnu::always_inline]] inline bool collectMessage(Messages& messages, std::size_t room,
+                                                                const Compose& compose) {
+  if (messages.stream == nullptr || messages.collected == nullptr) return false;
+  const std::span<char> buffer(messages.collectedBytes.data(), messages.collectedLimit);
+  return collectComposed(*messages.collected, buffer, room, compose);
+}
 
 /// Writes the lines that are collected.
 void flushMessages(Messages& messages);

@@ -12,7 +12,6 @@
 #include <span>
 #include <string_view>
 
-#include "common/copy_short.h"
 #include "common/file_name.h"
 
 namespace tarnvale {
@@ -43,17 +42,27 @@ struct CollectedLines {
   std::size_t size = 0;
 };
 
-/// Puts a line and `end` into `buffer`, whose bytes the lines are, behind what is there. False when they do not fit.
+/// Collects a line in `buffer`, whose bytes the lines are, behind what is there: `compose` writes it to the place that
+/// it is given and returns its size, at most `room`. False, and nothing is written, when that many bytes do not fit.
 /// There may be one for every record.
-[[nodiscard]] [[gnu::always_inline]] inline bool collectLine(CollectedLines& lines, std::span<char> buffer,
-                                                             std::string_view line, std::string_view end) {
-  if (line.size() + end.size() > buffer.size() - lines.size) return false;
-  copyLine(buffer.data() + lines.size, line.data(), line.size());
-  std::ranges::copy(end, buffer.data() + lines.size + line.size());
+template <typename Compose>
+[[nodiscard]] [[gnu::always_inline]] inline bool collectComposed(CollectedLines& lines, std::span<char> buffer,
+                                                                 std::size_t room, const Compose& compose) {
+  if (room > buffer.size() - lines.size) return false;
+  const std::size_t size = compose(buffer.data() + lines.size);
   lines.bytes = buffer.data();
   std::atomic_signal_fence(std::memory_order_release);  // the interrupt handler counts on whole lines
-  lines.size += line.size() + end.size();
+  lines.size += size;
   return true;
+}
+
+/// The same for a line that is composed already, and its `end`.
+[[nodiscard]] inline bool collectLine(CollectedLines& lines, std::span<char> buffer, std::string_view line,
+                                      std::string_view end) {
+  return collectComposed(lines, buffer, line.size() + end.size(), [&](char* to) {
+    std::ranges::copy(end, std::ranges::copy(line, to).out);
+    return line.size() + end.size();
+  });
 }
 
 struct TrackedFile {

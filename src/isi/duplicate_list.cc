@@ -49,30 +49,50 @@ constexpr LineStart keptStart("Duplicate Key at:");
   return text;
 }
 
-// What a report says of an entry. There may be one for every record.
+constexpr std::string_view listEnd = " \r\n";
+constexpr std::string_view messageEnd = " \n";
+constexpr std::uint64_t blanks = 0x2020202020202020;
+
+// What a report says of an entry. There may be one for every record, so it is composed in each buffer where it is to
+// stand: to read back what was just written takes longer.
 class DuplicateLine {
  public:
-  DuplicateLine(const LineStart& start, const std::uint8_t* entry, std::uint32_t keyLength)
-      : size_(start.size + keyLength + 1) {
-    copyLine(bytes_.data(), start.bytes.data(), start.bytes.size());
-    putHexBefore(start.numberEnd, entryLfa(entry));
-    copyShort(bytes_.data() + start.size, reinterpret_cast<const char*>(entryKey(entry)), keyLength);
-    std::ranges::copy(std::string_view(" \n"), bytes_.data() + size_ - 1);
+  [[gnu::always_inline]] DuplicateLine(const LineStart& start, const std::uint8_t* entry, std::uint32_t keyLength)
+      : start_(start), key_(reinterpret_cast<const char*>(entryKey(entry))), keyLength_(keyLength) {
+    const auto high = static_cast<std::uint32_t>(entryLfa(entry) >> 32);
+    low_ = hexDigits(static_cast<std::uint32_t>(entryLfa(entry)), high != 0);
+    high_ = high != 0 ? hexDigits(high, false) : blanks;
   }
 
-  [[nodiscard]] std::string_view text() const { return {bytes_.data(), size_}; }
-  [[nodiscard]] std::string_view textAndNewline() const { return {bytes_.data(), size_ + 1}; }
+  // Bytes that composeAt may write: what stands in the line start behind its end comes in first.
+  [[nodiscard]] std::size_t room() const { return sizeof start_.bytes + keyLength_ + listEnd.size(); }
+
+  // Writes the line and its end to a place with room for them, and returns their size.
+  [[gnu::always_inline]] std::size_t composeAt(char* to, std::string_view end) const {
+    std::memcpy(to, start_.bytes.data(), sizeof start_.bytes);
+    std::memcpy(to + start_.numberEnd - sizeof low_, &low_, sizeof low_);
+    std::memcpy(to + start_.numberEnd - sizeof low_ - sizeof high_, &high_, sizeof high_);
+    copyShort(to + start_.size, key_, keyLength_);
+    std::ranges::copy(end, to + start_.size + keyLength_);
+    return start_.size + keyLength_ + end.size();
+  }
 
  private:
-  void putHexBefore(std::size_t place, std::uint64_t number) {
-    const auto high = static_cast<std::uint32_t>(number >> 32);
-    const auto put = [this](std::size_t at, Le64 digits) { std::memcpy(bytes_.data() + at, &digits, sizeof digits); };
-    put(place - 8, hexDigits(static_cast<std::uint32_t>(number), high != 0));
-    if (high != 0) put(place - 16, hexDigits(high, false));
-  }
+  const LineStart& start_;
+  const char* key_;
+  std::size_t keyLength_;
+  Le64 low_;
+  Le64 high_;
+};
 
-  std::array<char, sizeof(LineStart::bytes) + maxKeyLength + 2> bytes_;
-  std::size_t size_;
+// A line that does not fit behind the collected ones any more.
+struct SingleLine {
+  std::array<char, sizeof(LineStart::bytes) + maxKeyLength + listEnd.size()> bytes;
+  std::size_t size;
+
+  SingleLine(const DuplicateLine& line, std::string_view end) : size(line.composeAt(bytes.data(), end)) {}
+
+  [[nodiscard]] std::string_view view() const { return {bytes.data(), size}; }
 };
 
 void reportIncomplete(DuplicateList& list, const TrackedFile& file, Messages& messages) {
@@ -106,6 +126,21 @@ void collectAcross(DuplicateList& list, TrackedFile& file, Messages& messages, s
   if (!written) reportIncomplete(list, file, messages);
 }
 
+// By itself, so that an entry without a report costs no more than the question.
+[[gnu::noinline]] void putDuplicateLine(DuplicateList& list, TrackedFile& file, Messages& messages,
+                                        const Settings& settings, const std::uint8_t* entry, std::uint32_t keyLength) {
+  const DuplicateLine line(settings.ignoreDuplicates ? droppedStart : keptStart, entry, keyLength);
+  const auto composeListed = [&](char* to) { return line.composeAt(to, listEnd); };
+  if (file.isOpen() && !collectComposed(file.collected, list.lines, line.room(), composeListed)) [[unlikely]] {
+    putErrorFileLine(list, file, messages, SingleLine(line, " ").view());
+  }
+  if (!settings.noDuplicates) return;
+  const auto composeShown = [&](char* to) { return line.composeAt(to, messageEnd); };
+  if (!collectMessage(messages, line.room(), composeShown)) [[unlikely]] {
+    putCollectedLine(messages, SingleLine(line, messageEnd).view());
+  }
+}
+
 }  // namespace
 
 void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line) {
@@ -117,9 +152,7 @@ void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,
                      const std::uint8_t* entry, std::uint32_t keyLength) {
   if (!settings.errorFileWanted || settings.quietDuplicates) return;
-  const DuplicateLine line(settings.ignoreDuplicates ? droppedStart : keptStart, entry, keyLength);
-  putErrorFileLine(list, file, messages, line.text());
-  if (settings.noDuplicates) putCollectedLine(messages, line.textAndNewline());
+  putDuplicateLine(list, file, messages, settings, entry, keyLength);
 }
 
 void closeErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) {
