@@ -111,35 +111,36 @@ Failure lockDataFile(const CompactContext& compact) {
 
 // --- the walk -------------------------------------------------------------------------------------------------------
 
-// The entry as the sort wants it. False for an entry that no index has.
-bool convertEntry(const IsiHandle& handle, const std::uint8_t* entry, std::uint8_t* sortEntry) {
-  const IsiEntryHead& head = entryHead(entry);
-  if (head.recordLength == 0) return false;
-  setEntryHead(sortEntry, lfaOf(handle, head), head.recordLength);
-  copyShort(sortEntry + sortEntryHeadSize, isiEntryKey(entry), handle.keyLength);
-  return true;
-}
-
-// Fills the area with the next entries of the index.
-FilledTrain fillTrainFromIndex(Compaction& compaction, const EntryArea& area, IndexResult& result) {
+// Fills the area with the next entries of the index, as the sort wants them. An entry without a length is none.
+FilledTrain fillTrainFromIndex(Compaction& compaction, const EntryArea area, IndexResult& result) {
+  IndexCursor& cursor = compaction.cursor;
+  // Copies for the loop: what lies in memory would be read anew for every entry, since its bytes may be anything.
+  const bool recordNumbers = compaction.handle.recordNumbers;
+  const std::uint32_t keyLength = compaction.handle.keyLength;
   std::uint8_t* place = area.first;
-  FilledTrain filled{FilledTrain::State::more, 0};
-  filled.inOrder = true;
-  std::uint64_t before = 0;  // the beginning of the key
-  for (; filled.entries < area.room; ++filled.entries) {
-    result = nextEntry(compaction.cursor);
-    if (result == IndexResult::done && !convertEntry(compaction.handle, compaction.cursor.entry, place)) {
-      result = IndexResult::inconsistent;
-    }
+  std::uint32_t entries = 0;
+  const auto take = [&](const std::uint8_t* entry) {
+    const IsiEntryHead& head = entryHead(entry);
+    if (entries == area.room || head.recordLength == 0) return false;
+    setEntryHead(place, lfaOf(recordNumbers, head), head.recordLength);
+    copyShort(place + sortEntryHeadSize, isiEntryKey(entry), keyLength);
+    place += area.entrySize;
+    ++entries;
+    return true;
+  };
+  bool inOrder = true;
+  for (;;) {
+    takeNeighbours(cursor, take);
+    if (entries == area.room) break;
+    const std::uint64_t before = cursor.prefix;
+    result = nextEntry(cursor);
+    if (result == IndexResult::done && !take(cursor.entry)) result = IndexResult::inconsistent;
     if (result != IndexResult::done) break;
     // Keys ascend; where they are equal, their records may lie in another order.
-    filled.inOrder = filled.inOrder && compaction.cursor.prefix != before;
-    before = compaction.cursor.prefix;
-    place += area.entrySize;
+    inOrder = inOrder && cursor.prefix != before;
   }
   writeEndMarker(place, area.entrySize);
-  filled.done = compaction.cursor.nodesEntered;
-  filled.total = compaction.cursor.nodesInFile;
+  FilledTrain filled{FilledTrain::State::more, entries, cursor.nodesEntered, cursor.nodesInFile, inOrder};
   if (result == IndexResult::endOfIndex) filled.state = FilledTrain::State::last;
   if (result != IndexResult::done && result != IndexResult::endOfIndex) filled.state = FilledTrain::State::failed;
   return filled;

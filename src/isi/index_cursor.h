@@ -91,4 +91,26 @@ IndexResult findNextEntry(IndexCursor& cursor);
   return IndexResult::done;
 }
 
+/// Moves on over the neighbours in a leaf, as long as the beginnings of their keys ascend and `take` takes the entry
+/// that it is given. What comes then is a matter for nextEntry.
+template <typename Take>
+[[gnu::always_inline]] inline void takeNeighbours(IndexCursor& cursor, const Take& take) {
+  const std::uint32_t entrySize = cursor.entrySize;
+  const std::uint64_t mask = cursor.prefixMask;
+  const std::uint8_t* entry = cursor.entry;
+  std::uint64_t prefix = cursor.prefix;
+  std::uint32_t left = cursor.entriesLeft;
+  while (left != 0) {
+    const std::uint8_t* const next = entry + entrySize;
+    const std::uint64_t nextPrefix = loadKeyPrefix(isiEntryKey(next)) & mask;
+    if (entryHead(next).leftChild != 0 || nextPrefix <= prefix || !take(next)) break;
+    entry = next;
+    prefix = nextPrefix;
+    --left;
+  }
+  cursor.entry = entry;
+  cursor.prefix = prefix;
+  cursor.entriesLeft = left;
+}
+
 }  // namespace tarnvale

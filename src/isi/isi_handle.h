@@ -43,9 +43,12 @@ struct IsiHandle {
 [[nodiscard]] IndexResult checkSpinCounter(IsiHandle& handle);
 
 /// The LFA that an entry of the index stands for.
-[[nodiscard]] inline std::uint64_t lfaOf(const IsiHandle& handle, const IsiEntryHead& head) {
+[[nodiscard]] inline std::uint64_t lfaOf(bool recordNumbers, const IsiEntryHead& head) {
   const std::uint64_t position = head.position;
-  return handle.recordNumbers ? position * head.recordLength : position;
+  return recordNumbers ? position * head.recordLength : position;
+}
+[[nodiscard]] inline std::uint64_t lfaOf(const IsiHandle& handle, const IsiEntryHead& head) {
+  return lfaOf(handle.recordNumbers, head);
 }
 
 /// Reads the node of the tree that the pointer names.
