@@ -4,7 +4,6 @@ import filecmp
 import subprocess
 from dataclasses import dataclass, field
 from pathlib import Path
-from typing import ClassVar
 
 from jobs import DEFAULT_AREA, SHAPES
 from tools import has_tool
@@ -52,7 +51,6 @@ class Contestant:
     job: object
     turns: int  # at most
     command: list = field(default_factory=list)
-    first_check_is_long: ClassVar[bool] = False
 
     @property
     def folder(self):
@@ -66,7 +64,7 @@ class Contestant:
             link.symlink_to(self.place.data)
 
     def prepare(self):
-        """Before each turn, unmeasured."""
+        """Before each run, unmeasured."""
 
     def check(self):
         """After each turn: raises WrongResult."""
@@ -78,7 +76,6 @@ class Contestant:
 class IndexMaker(Contestant):
     """Makes index.ISI. The first is held against the data, each further one against the first, byte for byte."""
 
-    first_check_is_long = True
     source_name = "source.ISI"  # of a compaction
     error_file_name = "index.ERR"
     check_words = ()
@@ -188,6 +185,9 @@ class SortRival(Contestant):
     def piped(source, sort):
         return ["sh", "-c", f"{source} | {' '.join(sort)}"]
 
+    def prepare(self):
+        (self.folder / "sorted.txt").unlink(missing_ok=True)
+
     def check(self):
         result = self.folder / "sorted.txt"
         whole = not self.job.condition and not self.job.before_sort
@@ -235,6 +235,9 @@ class CopyRival(Contestant):
         super().__init__("cp", place, job, turns)
         self.source = source
         self.command = ["cp", str(source), "copy.ISI"]
+
+    def prepare(self):
+        (self.folder / "copy.ISI").unlink(missing_ok=True)
 
     def check(self):
         copy = self.folder / "copy.ISI"
