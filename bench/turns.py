@@ -53,9 +53,9 @@ def run_measured(contestant):
 def measure(contestants, repeat):
     """Gives the results by name. A contestant that fails is left out from there on and has None for a result.
 
-    Each turn is two runs at once, of which the second counts. The host of a virtual machine takes back the memory that
-    files leave free, every two seconds or so, and to fetch it anew can take longer than the job: so the first run
-    fetches it.
+    Each turn is two runs, one right after the other, of which the second counts. The host of a virtual machine takes
+    back the memory that files leave free, every two seconds or so, and to fetch it anew can take longer than the job:
+    so the first run fetches it.
     """
     samples = {contestant.name: [] for contestant in contestants}
     failures = {}

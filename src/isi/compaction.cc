@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "common/copy_short.h"
 #include "common/posix_file.h"
@@ -114,7 +113,8 @@ Failure lockDataFile(const CompactContext& compact) {
 // Fills the area with the next entries of the index, as the sort wants them. An entry without a length is none.
 FilledTrain fillTrainFromIndex(Compaction& compaction, const EntryArea area, IndexResult& result) {
   IndexCursor& cursor = compaction.cursor;
-  // Copies for the loop: what lies in memory would be read anew for every entry, since its bytes may be anything.
+  // Copies for the loop, as `area` is: to write the bytes of an entry may change anything that lies in memory, so that
+  // it would be read anew for each.
   const bool recordNumbers = compaction.handle.recordNumbers;
   const std::uint32_t keyLength = compaction.handle.keyLength;
   std::uint8_t* place = area.first;

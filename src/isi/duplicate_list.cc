@@ -49,7 +49,8 @@ constexpr LineStart keptStart("Duplicate Key at:");
   return text;
 }
 
-constexpr std::string_view listEnd = " \r\n";
+constexpr std::string_view lineEnd = "\r\n";   // in the error file
+constexpr std::string_view listEnd = " \r\n";  // behind a key there
 constexpr std::string_view messageEnd = " \n";
 constexpr std::uint64_t blanks = 0x2020202020202020;
 
@@ -64,7 +65,7 @@ class DuplicateLine {
     high_ = high != 0 ? hexDigits(high, false) : blanks;
   }
 
-  // Bytes that composeAt may write: what stands in the line start behind its end comes in first.
+  // Bytes that composeAt may write: it copies all bytes of the start, and what follows covers the unused ones.
   [[nodiscard]] std::size_t room() const { return sizeof start_.bytes + keyLength_ + listEnd.size(); }
 
   // Writes the line and its end to a place with room for them, and returns their size.
@@ -85,7 +86,7 @@ class DuplicateLine {
   Le64 high_;
 };
 
-// A line that does not fit behind the collected ones any more.
+// A line by itself: where there may be no room behind the collected ones, or none are collected.
 struct SingleLine {
   std::array<char, sizeof(LineStart::bytes) + maxKeyLength + listEnd.size()> bytes;
   std::size_t size;
@@ -132,7 +133,7 @@ void collectAcross(DuplicateList& list, TrackedFile& file, Messages& messages, s
   const DuplicateLine line(settings.ignoreDuplicates ? droppedStart : keptStart, entry, keyLength);
   const auto composeListed = [&](char* to) { return line.composeAt(to, listEnd); };
   if (file.isOpen() && !collectComposed(file.collected, list.lines, line.room(), composeListed)) [[unlikely]] {
-    putErrorFileLine(list, file, messages, SingleLine(line, " ").view());
+    putErrorFileLine(list, file, messages, SingleLine(line, listEnd.substr(0, listEnd.size() - lineEnd.size())).view());
   }
   if (!settings.noDuplicates) return;
   const auto composeShown = [&](char* to) { return line.composeAt(to, messageEnd); };
@@ -144,9 +145,8 @@ void collectAcross(DuplicateList& list, TrackedFile& file, Messages& messages, s
 }  // namespace
 
 void putErrorFileLine(DuplicateList& list, TrackedFile& file, Messages& messages, std::string_view line) {
-  constexpr std::string_view end = "\r\n";
-  if (!file.isOpen() || collectLine(file.collected, list.lines, line, end)) return;
-  collectAcross(list, file, messages, line, end);
+  if (!file.isOpen() || collectLine(file.collected, list.lines, line, lineEnd)) return;
+  collectAcross(list, file, messages, line, lineEnd);
 }
 
 void reportDuplicate(DuplicateList& list, TrackedFile& file, Messages& messages, const Settings& settings,

@@ -75,7 +75,8 @@ TEST_F(Compaction, ThatFailsSaysWhyAndLeavesTheIndexAsItWas) {
   const std::tuple<std::string, const char*, std::function<void()>> cases[] = {
       {damaged(1536 + 504, 3), "The deleted-record list is damaged in ISI file: idx.isi\n", {}},
       {twice, "damaged in ISI file: idx.isi\nWARNING!  INDEX failed reading input file idx.isi.\n", {}},
-      {damaged(3072 + 4 * 16 + 8, 0), "The tree is damaged in ISI file: idx.isi\n", {}},  // an entry without a length
+      {damaged(3072 + 4 * 16 + 8, 0), "The tree is damaged in ISI file: idx.isi\n", {}},   // an entry without a length
+      {damaged(3072 + 4 * 16 + 12, 0), "The tree is damaged in ISI file: idx.isi\n", {}},  // a key that goes back
       {loose, "Unable to create backup file: idx.isi.bak\n", [] { ::link("idx.isi", "idx.isi.bak"); }},
       {loose, "Unable to create backup file: idx.isi.bak\n", [] { ::mkdir("idx.isi.bak", 0777); }},
       {loose, "Error writing the ISI backup file: idx.isi.bak\n", limitedTo(loose.size() - 1)},
