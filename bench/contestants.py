@@ -1,7 +1,12 @@
 """Who does a job: programs of tarnvale, the roof, and rivals. Each can be prepared, run and checked."""
 
 import filecmp
+import hashlib
+import os
+import shutil
 import subprocess
+import sys
+from contextlib import contextmanager
 from dataclasses import dataclass, field
 from pathlib import Path
 
@@ -27,11 +32,28 @@ class Place:
 
     folder: Path
     helpers: dict
-    environment: dict
+    shape: str
+    records: int
 
     @property
     def data(self):
         return self.folder / "data.TXT"
+
+    @property
+    def environment(self):
+        temporary = str(self.folder / "tmp")
+        return {"PATH": os.environ["PATH"], "LC_ALL": "C", "TMPDIR": temporary, "SQLITE_TMPDIR": temporary}
+
+    @contextmanager
+    def data_made(self, keep):
+        """The data, and the folder with all that was made in it is removed behind it unless it is to be kept."""
+        if not self.data.exists():
+            print(f"making {self.records:,} records of {self.shape}", file=sys.stderr)
+            (self.folder / "tmp").mkdir(parents=True)
+            self.run(self.helpers["make_data"], self.shape, str(self.records), str(self.data))
+        yield
+        if not keep:
+            shutil.rmtree(self.folder)
 
     def run(self, *command, cwd=None, stdin=None):
         """Runs a command that is not measured."""
@@ -57,7 +79,7 @@ class Contestant:
         return self.place.folder / self.name
 
     def begin(self):
-        """Once per job, before the first turn."""
+        """Before each turn: the data is new."""
         self.folder.mkdir(exist_ok=True)
         link = self.folder / self.place.data.name
         if not link.is_symlink():
@@ -67,30 +89,26 @@ class Contestant:
         """Before each run, unmeasured."""
 
     def check(self):
-        """After each turn: raises WrongResult."""
+        """After the runs of a turn: raises WrongResult."""
 
     def end(self):
-        """After the last turn."""
+        """After each turn of all contestants."""
 
 
 class IndexMaker(Contestant):
-    """Makes index.ISI. The first is held against the data, each further one against the first, byte for byte."""
+    """Makes index.ISI. The first is held against the data, each further one, by a digest, against the first."""
 
     source_name = "source.ISI"  # of a compaction
     error_file_name = "index.ERR"
     check_words = ()
+    checked_digest = None
 
     @property
     def index(self):
         return self.folder / "index.ISI"
 
-    @property
-    def checked(self):
-        return self.folder / "checked.ISI"
-
     def begin(self):
         super().begin()
-        self.checked.unlink(missing_ok=True)
         if self.job.compaction:
             self.place.run(*self.build_command(self.source_name), cwd=self.folder)
 
@@ -103,16 +121,17 @@ class IndexMaker(Contestant):
     def check(self):
         if not self.index.is_file():
             raise WrongResult("no index was made")
-        if self.checked.exists():
-            if self.place.run("cmp", "index.ISI", "checked.ISI", cwd=self.folder):
-                raise WrongResult("the index differs from the one of the turn before")
-        else:
+        with open(self.index, "rb") as index:
+            digest = hashlib.file_digest(index, "blake2b").digest()
+        if self.checked_digest is None:
             words = (*self.job.format_words, *self.check_words)
             self.place.run(self.place.helpers["verify"], "index.ISI", str(self.place.data), *words, cwd=self.folder)
-            self.index.rename(self.checked)
+            self.checked_digest = digest
+        elif digest != self.checked_digest:
+            raise WrongResult("the index differs from the one of the first turn")
 
     def end(self):
-        for path in (self.index, self.checked, self.folder / self.source_name):
+        for path in (self.index, self.folder / self.source_name):
             path.unlink(missing_ok=True)
 
 

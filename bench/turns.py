@@ -1,8 +1,9 @@
-"""Measures the contestants of a job in turns, so that what slows the machine for a while slows all of them alike."""
+"""Measures the contestants of a job in turns, so that what slows the machine for a moment slows all of them alike."""
 
 import os
 import statistics
 import subprocess
+import sys
 from dataclasses import dataclass
 from typing import NamedTuple
 
@@ -50,38 +51,43 @@ def run_measured(contestant):
     return Sample(float(wall), float(user) + float(system), int(peak))
 
 
-def measure(contestants, repeat):
-    """Gives the results by name. A contestant that fails is left out from there on and has None for a result.
+class Trial:
+    """A job, those who do it, and what was measured of them up to now."""
 
-    Each turn is two runs, one right after the other, of which the second counts. The host of a virtual machine takes
-    back the memory that files leave free, every two seconds or so, and to fetch it anew can take longer than the job:
-    so the first run fetches it.
-    """
-    samples = {contestant.name: [] for contestant in contestants}
-    failures = {}
+    def __init__(self, job, contestants):
+        self.job, self.contestants = job, contestants
+        self.samples = {contestant.name: [] for contestant in contestants}
+        self.failures = {}  # the reason by name; who fails is left out from there on
 
-    def attempt(contestant, action):
-        if contestant.name not in failures:
-            try:
-                action()
-            except WrongResult as wrong:
-                failures[contestant.name] = str(wrong)
+    def take_turn(self, turn):
+        """Each contestant does the job; nothing of what they make is left."""
+        first = turn % len(self.contestants)  # no one always follows the same other
+        present = [each for each in self.contestants[first:] + self.contestants[:first] if turn < each.turns]
+        for action in (lambda each: each.begin(), self.measure):
+            for contestant in present:
+                if contestant.name not in self.failures:
+                    try:
+                        action(contestant)
+                    except WrongResult as wrong:
+                        self.failures[contestant.name] = str(wrong)
+                        print(f"{self.job.name}: {contestant.name} FAILED: {wrong}", file=sys.stderr)
+        for contestant in present:
+            contestant.end()
 
-    def take_turn(contestant):
-        for _ in range(2):  # the second run counts
+    def measure(self, contestant):
+        """Two runs, one right after the other, of which the second counts. The host of a virtual machine takes back
+        the memory that files leave free, every two seconds or so, and to fetch it anew can take longer than the job:
+        so the first run fetches it."""
+        for _ in range(2):
             contestant.prepare()
             sample = run_measured(contestant)
         contestant.check()
-        samples[contestant.name].append(sample)
+        self.samples[contestant.name].append(sample)
 
-    for contestant in contestants:
-        attempt(contestant, contestant.begin)
-    for turn in range(repeat):
-        first = turn % len(contestants)  # no one always follows the same other
-        for contestant in contestants[first:] + contestants[:first]:
-            if turn < contestant.turns:
-                attempt(contestant, lambda contestant=contestant: take_turn(contestant))
-    for contestant in contestants:
-        contestant.end()
-    results = {name: None if name in failures else Result(tuple(taken)) for name, taken in samples.items()}
-    return results, failures
+    def describe_turn(self, turn):
+        walls = (f"{name} {taken[turn].wall:.3f} s" for name, taken in self.samples.items() if turn < len(taken))
+        return f"{self.job.name}: {', '.join(walls)}"
+
+    def results(self):
+        """By name; a contestant that failed has None."""
+        return {name: None if name in self.failures else Result(tuple(taken)) for name, taken in self.samples.items()}
