@@ -58,13 +58,42 @@ class KeyCopy {
   std::uint32_t conditions_;
 };
 
+// The TABs of a record, one after the other: `firstOf` gives one behind the record when it has none. Of three kinds.
+//
 // For a block in which no TAB stands for blanks.
 struct NoTabs {
-  NoTabs(const std::uint8_t* /*begin*/, const std::uint8_t* end, std::uint8_t /*mark*/) : end_(end) {}
+  NoTabs(const std::uint8_t* /*begin*/, const std::uint8_t* end) : end_(end) {}
+  [[nodiscard]] const std::uint8_t* firstOf(const RecordBytes& /*record*/) const { return end_; }
   const std::uint8_t* next() { return end_; }
 
  private:
   const std::uint8_t* end_;
+};
+
+// For short records: sought beyond the record too.
+class TabsOfBlock {
+ public:
+  TabsOfBlock(const std::uint8_t* begin, const std::uint8_t* end) : finder_(begin, end, '\t') { next(); }
+  [[nodiscard]] const std::uint8_t* firstOf(const RecordBytes& /*record*/) const { return tab_; }
+  const std::uint8_t* next() { return tab_ = finder_.next(); }
+
+ private:
+  MarkFinder finder_;
+  const std::uint8_t* tab_ = nullptr;
+};
+
+// For long records: sought where the search for the mark has just been, in the fastest cache.
+class TabsOfRecord {
+ public:
+  TabsOfRecord(const std::uint8_t* begin, const std::uint8_t* /*end*/) : finder_(begin, begin, '\t') {}
+  const std::uint8_t* firstOf(const RecordBytes& record) {
+    finder_ = {record.begin, record.end, '\t'};
+    return finder_.next();
+  }
+  const std::uint8_t* next() { return finder_.next(); }
+
+ private:
+  SearchingMarkFinder finder_;
 };
 
 // Copies in pieces of 16 bytes: up to 15 more than `size`.
@@ -73,10 +102,10 @@ void copyPieces(std::uint8_t* to, const std::uint8_t* from, std::uint32_t size) 
   for (std::uint32_t done = 0; done < size; done += piece) std::memcpy(to + done, from + done, piece);
 }
 
-// Expands the TABs of a record, the first of which is `tab`, in its first `needed` columns. `tab` becomes the one
-// behind the record. How many columns the record has.
-template <typename Finder>
-std::uint32_t expandRecord(const RecordBytes& record, Finder& tabs, const std::uint8_t*& tab, std::uint32_t needed,
+// Expands the TABs of a record, the first of which is `tab`, in its first `needed` columns. How many columns the record
+// has.
+template <typename Tabs>
+std::uint32_t expandRecord(const RecordBytes& record, Tabs& tabs, const std::uint8_t* tab, std::uint32_t needed,
                            std::uint8_t* expanded) {
   const std::uint8_t* at = record.begin;
   std::uint32_t column = 0;
@@ -100,7 +129,7 @@ void goOnAt(Scanner& scanner, const std::uint8_t* cursor, std::uint64_t records)
   scanner.findings.recordCount += records;
 }
 
-template <typename Finder, typename TabFinder>
+template <typename Finder, typename Tabs>
 std::uint8_t* scanTextRecords(const PlainScan& scan, std::uint8_t* entry) {
   Scanner& scanner = scan.scanner;
   const KeyPlan& plan = scanner.plan;
@@ -119,8 +148,7 @@ std::uint8_t* scanTextRecords(const PlainScan& scan, std::uint8_t* entry) {
   const std::uint8_t* const areaEnd = scan.areaEnd;
   std::uint64_t records = 0;
   Finder marks(cursor, end, mark.first);
-  TabFinder tabs(cursor, end, '\t');
-  const std::uint8_t* tab = tabs.next();
+  Tabs tabs(cursor, end);
   while (entry != areaEnd && *cursor != 0 && *cursor != ctrlZ) {
     const std::uint8_t* place = marks.next();
     while (mark.second != 0 && place < end && place[1] != mark.second) place = marks.next();
@@ -129,7 +157,7 @@ std::uint8_t* scanTextRecords(const PlainScan& scan, std::uint8_t* entry) {
     const std::uint32_t length = record.size() + mark.length;
     if (length > maxRecordSize - mark.length || record.size() < shortest) break;
     std::uint32_t columns = record.size();
-    if (tab < place) {
+    if (const std::uint8_t* const tab = tabs.firstOf(record); tab < place) {
       if (plan.hasExpression) break;
       columns = expandRecord(record, tabs, tab, plan.columnsNeeded, scanner.expanded);
       scanner.findings.format.spaceCompression = true;
@@ -170,6 +198,23 @@ std::uint8_t* scanBinaryRecords(const PlainScan& scan, std::uint8_t* entry) {
   return entry;
 }
 
+// The first TAB of the block at or behind the cursor, or the block's end. A block without TABs is searched once, however
+// often the scan comes back to it.
+const std::uint8_t* findNextTab(Scanner& scanner) {
+  const BlockReader& blocks = scanner.blocks;
+  if (scanner.nextTab == nullptr || scanner.nextTab < blocks.cursor) {
+    scanner.nextTab = SearchingMarkFinder(blocks.cursor, blocks.blockEnd, '\t').next();
+  }
+  return scanner.nextTab;
+}
+
+// Whether one search for each record is faster than to look for many marks at once.
+bool hasLongRecords(const Scanner& scanner) {
+  constexpr std::uint32_t longRecord = 400;  // bytes
+  const std::uint64_t records = scanner.findings.recordCount;
+  return records == 0 ? scanner.recordLimit >= longRecord : scanner.currentLfa >= records * longRecord;
+}
+
 }  // namespace
 
 bool isAllNul(const RecordBytes& record) {
@@ -190,17 +235,15 @@ bool mayScanPlainRecords(const Scanner& scanner) {
 
 std::uint8_t* scanPlainRecords(Scanner& scanner, const EntryArea& area, std::uint8_t* entry,
                                const std::uint8_t* areaEnd) {
-  constexpr std::uint32_t longRecord = 400;  // bytes; from here on one search for each is faster
   const BlockReader& blocks = scanner.blocks;
   const PlainScan scan{scanner, area, areaEnd, {scanner.settings->selection, blocks.readAheadEnd, scanner.expandsTabs}};
   if (blocks.binary) return scanBinaryRecords(scan, entry);
-  const bool tabs = scanner.expandsTabs && findNextTab(scanner, blocks.cursor) < blocks.blockEnd;
-  if (scanner.recordLimit < longRecord) {
-    return tabs ? scanTextRecords<MarkFinder, MarkFinder>(scan, entry)
-                : scanTextRecords<MarkFinder, NoTabs>(scan, entry);
+  if (hasLongRecords(scanner)) {
+    return scanner.expandsTabs ? scanTextRecords<SearchingMarkFinder, TabsOfRecord>(scan, entry)
+                               : scanTextRecords<SearchingMarkFinder, NoTabs>(scan, entry);
   }
-  return tabs ? scanTextRecords<SearchingMarkFinder, SearchingMarkFinder>(scan, entry)
-              : scanTextRecords<SearchingMarkFinder, NoTabs>(scan, entry);
+  const bool tabs = scanner.expandsTabs && findNextTab(scanner) < blocks.blockEnd;
+  return tabs ? scanTextRecords<MarkFinder, TabsOfBlock>(scan, entry) : scanTextRecords<MarkFinder, NoTabs>(scan, entry);
 }
 
 }  // namespace tarnvale

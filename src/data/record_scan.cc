@@ -219,8 +219,8 @@ Step findRecord(const ScanContext& scan, FoundRecord& found) {
 }
 
 // True when a TAB of the record stands for blanks.
-bool hasTabToExpand(Scanner& scanner, const RecordBytes& record) {
-  return scanner.expandsTabs && findNextTab(scanner, record.begin) < record.end;
+bool hasTabToExpand(const Scanner& scanner, const RecordBytes& record) {
+  return scanner.expandsTabs && std::memchr(record.begin, '\t', record.size()) != nullptr;
 }
 
 // Extracts the key. True when the record is selected.

@@ -46,10 +46,6 @@ struct Scanner {
   [[nodiscard]] std::uint64_t bytesRead() const { return blocks.position; }
 };
 
-/// The first TAB of the block at or behind `from`, or the block's end. A block without TABs is searched once, not once
-/// per record.
-[[nodiscard]] const std::uint8_t* findNextTab(Scanner& scanner, const std::uint8_t* from);
-
 /// Prepares the scan of an open data file and loads its first block. `buffer` has scanBufferSize bytes; it and the
 /// settings must outlive the scan. False when the file cannot be read.
 [[nodiscard]] bool startScan(Scanner& scanner, const Settings& settings, const RecordFormat& format, int fd,
