@@ -253,16 +253,18 @@ RecordBytes expandTabs(const KeyPlan& plan, const RecordBytes& record, std::uint
   return {expanded, expanded + column};
 }
 
-std::uint32_t copyKeyRanges(const KeyPlan& plan, const RecordComparison& comparison, const RecordBytes& record,
-                            std::uint8_t* key) {
+bool meetsConditions(const KeyPlan& plan, const RecordComparison& comparison, const RecordBytes& record) {
   for (std::uint32_t i = 0; i < plan.conditionCount; ++i) {
-    if (!plainConditionHolds(comparison, plan.conditions[i], record)) return 0;
+    if (!plainConditionHolds(comparison, plan.conditions[i], record)) return false;
   }
+  return plan.conditionCount == comparison.selection.optionCount;
+}
+
+void copyKeyRanges(const KeyPlan& plan, const RecordBytes& record, std::uint8_t* key) {
   for (std::uint32_t i = 0; i < plan.rangeCount; ++i) {
     copyRange(plan.ranges[i], record, key + plan.ranges[i].keyPosition);
   }
   if (plan.upperCase) copyFolded(key, key, plan.keyLength);
-  return plan.conditionCount;
 }
 
 }  // namespace tarnvale

@@ -81,9 +81,12 @@ inline constexpr std::size_t expandedSize = 65600;  // bytes for as many columns
 /// Copies bytes of a key with a-z folded to A-Z; both places may be the same.
 void copyFolded(std::uint8_t* to, const std::uint8_t* from, std::size_t length);
 
-/// What walkColumns does, for a record without TABs to expand and a plan that does not need the walk. Where the plan
-/// has an expression, the record must lie in the input buffer and have all the columns that are needed.
-std::uint32_t copyKeyRanges(const KeyPlan& plan, const RecordComparison& comparison, const RecordBytes& record,
-                            std::uint8_t* key);
+/// True when the record meets all conditions of the run. The record has no TABs to expand, and the plan does not need
+/// the walk; where it has an expression, the record must lie in the input buffer and have all the columns that are
+/// needed.
+[[nodiscard]] bool meetsConditions(const KeyPlan& plan, const RecordComparison& comparison, const RecordBytes& record);
+
+/// The key that walkColumns makes of such a record.
+void copyKeyRanges(const KeyPlan& plan, const RecordBytes& record, std::uint8_t* key);
 
 }  // namespace tarnvale

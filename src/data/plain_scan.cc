@@ -26,13 +26,14 @@ class KeyCopy {
       : plan_(scan.scanner.plan),
         comparison_(scan.comparison),
         onlyRange_(onlyRangeOf(plan_)),
-        upperCase_(plan_.upperCase),
-        conditions_(scan.comparison.selection.optionCount) {}
+        upperCase_(plan_.upperCase) {}
 
   // True when the record is selected.
   bool operator()(const RecordBytes& record, std::uint8_t* key) const {
     if (record.size() < onlyRange_.column + onlyRange_.length) {
-      return copyKeyRanges(plan_, comparison_, record, key) == conditions_;
+      if (!meetsConditions(plan_, comparison_, record)) return false;
+      copyKeyRanges(plan_, record, key);
+      return true;
     }
     const std::uint8_t* const range = record.begin + onlyRange_.column;
     if (upperCase_) {
@@ -55,7 +56,6 @@ class KeyCopy {
   const RecordComparison& comparison_;
   KeyPlan::Range onlyRange_;
   bool upperCase_;
-  std::uint32_t conditions_;
 };
 
 // The TABs of a record, one after the other: `firstOf` gives one behind the record when it has none. Of three kinds.
@@ -198,8 +198,8 @@ std::uint8_t* scanBinaryRecords(const PlainScan& scan, std::uint8_t* entry) {
   return entry;
 }
 
-// The first TAB of the block at or behind the cursor, or the block's end. A block without TABs is searched once, however
-// often the scan comes back to it.
+// The first TAB of the block at or behind the cursor, or the block's end. A block without TABs is searched once,
+// however often the scan comes back to it.
 const std::uint8_t* findNextTab(Scanner& scanner) {
   const BlockReader& blocks = scanner.blocks;
   if (scanner.nextTab == nullptr || scanner.nextTab < blocks.cursor) {
@@ -243,7 +243,8 @@ std::uint8_t* scanPlainRecords(Scanner& scanner, const EntryArea& area, std::uin
                                : scanTextRecords<SearchingMarkFinder, NoTabs>(scan, entry);
   }
   const bool tabs = scanner.expandsTabs && findNextTab(scanner) < blocks.blockEnd;
-  return tabs ? scanTextRecords<MarkFinder, TabsOfBlock>(scan, entry) : scanTextRecords<MarkFinder, NoTabs>(scan, entry);
+  return tabs ? scanTextRecords<MarkFinder, TabsOfBlock>(scan, entry)
+              : scanTextRecords<MarkFinder, NoTabs>(scan, entry);
 }
 
 }  // namespace tarnvale

@@ -231,8 +231,10 @@ bool extractKey(const Scanner& scanner, const RecordBytes& record, bool hasTabs,
   if (plan.walkOnly || (plan.hasExpression && (hasTabs || record.size() < plan.columnsNeeded))) {
     return walkColumns(scanner.settings->keys, comparison, record, key) == selection.optionCount;
   }
-  const RecordBytes plain = hasTabs ? expandTabs(scanner.plan, record, scanner.expanded) : record;
-  return copyKeyRanges(scanner.plan, comparison, plain, key) == selection.optionCount;
+  const RecordBytes plain = hasTabs ? expandTabs(plan, record, scanner.expanded) : record;
+  if (!meetsConditions(plan, comparison, plain)) return false;
+  copyKeyRanges(plan, plain, key);
+  return true;
 }
 
 // Fills the entry from the record; `entry` then is the next one when the record is selected.

@@ -47,9 +47,10 @@ bool termHolds(const RecordComparison& comparison, const SelectionTerm& term, co
 // termHolds where the data go on at `position`: the first byte decides most comparisons. A TAB and an LF are left to
 // the general one.
 bool termHoldsAt(const RecordComparison& comparison, const SelectionTerm& term, const std::uint8_t* position) {
-  const auto wanted = static_cast<std::uint8_t>(comparison.selection.text.c_str()[term.textStart]);
-  if (*position == wanted || *position <= '\n' || term.textLength == 0) return termHolds(comparison, term, position);
-  return operatorHolds(term.comparison, *position < wanted ? -1 : 1);
+  const int difference = *position - static_cast<std::uint8_t>(comparison.selection.text.c_str()[term.textStart]);
+  const bool goesOn = difference == 0 && term.textLength != 1;
+  if (goesOn || *position <= '\n') return termHolds(comparison, term, position);
+  return operatorHolds(term.comparison, difference);
 }
 
 }  // namespace
