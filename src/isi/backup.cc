@@ -33,10 +33,11 @@ CopyResult copyFile(int from, int to) {
   std::array<std::uint8_t, 262144> buffer;
   const auto length = fileSize(from);
   if (!length) return CopyResult::notRead;
+  if (!seekTo(to, 0)) return CopyResult::notWritten;
   for (std::uint64_t offset = 0; offset < *length;) {
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), *length - offset));
     if (!readPieces(from, std::span(buffer).first(wanted), offset)) return CopyResult::notRead;
-    if (!writeAllAt(to, buffer.data(), wanted, offset)) return CopyResult::notWritten;
+    if (!writeLarge(to, buffer.data(), wanted)) return CopyResult::notWritten;
     offset += wanted;
   }
   if (fileSize(from) != length) return CopyResult::notRead;

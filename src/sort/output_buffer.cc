@@ -16,7 +16,7 @@ bool flushOutput(OutputBuffer& output) {
   const auto size = static_cast<std::size_t>(output.next - start);
   output.start = output.base;
   output.next = output.base;
-  return writeAll(output.fd, start, size);
+  return writeLarge(output.fd, start, size);
 }
 
 bool putThroughFullBuffer(OutputBuffer& output, const void* bytes, std::size_t size) {
@@ -24,7 +24,7 @@ bool putThroughFullBuffer(OutputBuffer& output, const void* bytes, std::size_t s
   while (size >= output.room()) {
     if (output.next == output.base) {  // whole buffers need no copying
       const std::size_t whole = size - size % outputBufferSize;
-      if (!writeAll(output.fd, source, whole)) return false;
+      if (!writeLarge(output.fd, source, whole)) return false;
       source += whole;
       size -= whole;
       break;

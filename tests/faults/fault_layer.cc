@@ -208,6 +208,9 @@ off_t lseek(int fd, off_t offset, int whence) noexcept {
   return passOn<off_t>(about("lseek", fd), SYS_lseek, fd, offset, whence);
 }
 int ftruncate(int fd, off_t size) noexcept { return passOn(about("ftruncate", fd, size), SYS_ftruncate, fd, size); }
+int fallocate(int fd, int mode, off_t offset, off_t size) {
+  return passOn(about("fallocate", fd, size, offset), SYS_fallocate, fd, mode, offset, size);
+}
 int truncate(const char* file, off_t size) noexcept {
   return passOn(about("truncate", file, size), SYS_truncate, file, size);
 }
