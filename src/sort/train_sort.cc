@@ -52,10 +52,14 @@ std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t of
   const std::uint64_t first = sort.prefixOf(slots.front(), offset);
   std::uint64_t differing = 0;
   if (slots.size() <= maxPairs) {
-    constexpr std::size_t ahead = 24;
+    constexpr std::size_t ahead = 96;
     const bool scattered = sort.area.capacity > maxPairs;
     for (std::size_t i = 0; i < slots.size(); ++i) {
-      if (scattered) __builtin_prefetch(sort.area.entryOfSlot(slots[std::min(i + ahead, slots.size() - 1)]));
+      if (scattered) {
+        const std::uint8_t* const later = sort.area.entryOfSlot(slots[std::min(i + ahead, slots.size() - 1)]);
+        __builtin_prefetch(later);
+        __builtin_prefetch(later + sort.area.entrySize - 1);
+      }
       const std::uint64_t prefix = sort.prefixOf(slots[i], offset);
       sort.prefixes[i] = prefix;
       differing |= prefix ^ first;
