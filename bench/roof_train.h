@@ -104,9 +104,11 @@ struct Trains {
     if (inOrder) {
       out.put(area, count * sizeof(Record));
     } else {
-      constexpr std::size_t ahead = 12;
+      constexpr std::size_t ahead = 96;
       for (std::size_t i = 0; i < count; ++i) {
-        __builtin_prefetch(&area[pairs[std::min(i + ahead, count - 1)].entry]);
+        const Record& later = area[pairs[std::min(i + ahead, count - 1)].entry];
+        __builtin_prefetch(&later);
+        __builtin_prefetch(&later.key[keyLength - 1]);
         out.put(&area[pairs[i].entry], sizeof(Record));
       }
     }
