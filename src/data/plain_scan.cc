@@ -26,12 +26,13 @@ class KeyCopy {
       : plan_(scan.scanner.plan),
         comparison_(scan.comparison),
         onlyRange_(onlyRangeOf(plan_)),
-        upperCase_(plan_.upperCase) {}
+        upperCase_(plan_.upperCase),
+        tested_(plan_.conditionCount > 0) {}
 
   // True when the record is selected.
   bool operator()(const RecordBytes& record, std::uint8_t* key) const {
     if (record.size() < onlyRange_.column + onlyRange_.length) {
-      if (!meetsConditions(plan_, comparison_, record)) return false;
+      if (tested_ && !meetsConditions(plan_, comparison_, record)) return false;
       copyKeyRanges(plan_, record, key);
       return true;
     }
@@ -56,6 +57,7 @@ class KeyCopy {
   const RecordComparison& comparison_;
   KeyPlan::Range onlyRange_;
   bool upperCase_;
+  bool tested_;  // the record may be left out
 };
 
 // The TABs of a record, one after the other: `firstOf` gives one behind the record when it has none. Of three kinds.
