@@ -40,7 +40,7 @@ void writeCollected(Messages& messages) {
   {
     const InterruptHold hold;
     size = std::exchange(messages.collected->size, 0);
-    takeBlocks(::fileno(messages.stream), size);
+    messages.blocks.take(::fileno(messages.stream), size);
     if (acceptsOutput(::fileno(messages.stream), 0)) {
       writeText(messages, {messages.collectedBytes.data(), size});
       return;

@@ -8,6 +8,7 @@
 #include <span>
 #include <string_view>
 
+#include "common/file_blocks.h"
 #include "common/fixed_text.h"
 #include "common/status_code.h"
 #include "common/tracked_files.h"
@@ -24,6 +25,7 @@ struct Messages {
   CollectedLines* collected = nullptr;
   std::size_t collectedLimit = 4096;  // bytes; a pipe takes as many without waiting, a file more
   std::array<char, 262144> collectedBytes;
+  FileBlocks blocks;      // of the file that the stream goes to
   FixedText<300> buffer;  // where a message with values is composed; also holds the text of a failed opening
 };
 

@@ -1,10 +1,8 @@
 #include "common/posix_file.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -50,20 +48,6 @@ bool writeAll(int fd, const void* bytes, std::size_t size) {
   const ssize_t written = transferAll(
       size, [=](std::size_t done) { return ::write(fd, static_cast<const char*>(bytes) + done, size - done); });
   return written == static_cast<ssize_t>(size);
-}
-
-void takeBlocks(int fd, std::size_t size) {
-  constexpr std::size_t leastSize = 131072;  // where it pays
-  if (size < leastSize) return;
-  struct statfs fileSystem {};
-  if (::fstatfs(fd, &fileSystem) != 0 || fileSystem.f_type != EXT4_SUPER_MAGIC) return;
-  const off_t position = ::lseek(fd, 0, SEEK_CUR);
-  if (position >= 0) static_cast<void>(::fallocate(fd, FALLOC_FL_KEEP_SIZE, position, static_cast<off_t>(size)));
-}
-
-bool writeLarge(int fd, const void* bytes, std::size_t size) {
-  takeBlocks(fd, size);
-  return writeAll(fd, bytes, size);
 }
 
 bool writeAllAt(int fd, const void* bytes, std::size_t size, std::uint64_t offset) {

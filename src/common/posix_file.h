@@ -20,14 +20,6 @@ namespace tarnvale {
 /// Writes all bytes at the file's position. False, with errno set, when not all could be written.
 [[nodiscard]] bool writeAll(int fd, const void* bytes, std::size_t size);
 
-/// Has the file system find the blocks for so many bytes that are to be written at the file's position. ext4 else looks
-/// for one after the other while it writes, which takes up to half of the time; other file systems do not and are left
-/// alone. The file stays as it is, and what goes wrong is for the write to tell.
-void takeBlocks(int fd, std::size_t size);
-
-/// takeBlocks, then writeAll.
-[[nodiscard]] bool writeLarge(int fd, const void* bytes, std::size_t size);
-
 /// Writes all bytes at `offset`; the file's position stays.
 [[nodiscard]] bool writeAllAt(int fd, const void* bytes, std::size_t size, std::uint64_t offset);
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <span>
 
+#include "common/file_blocks.h"
 #include "common/interrupt_hold.h"
 #include "common/posix_file.h"
 
@@ -34,10 +35,12 @@ CopyResult copyFile(int from, int to) {
   const auto length = fileSize(from);
   if (!length) return CopyResult::notRead;
   if (!seekTo(to, 0)) return CopyResult::notWritten;
+  FileBlocks blocks;
   for (std::uint64_t offset = 0; offset < *length;) {
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), *length - offset));
     if (!readPieces(from, std::span(buffer).first(wanted), offset)) return CopyResult::notRead;
-    if (!writeLarge(to, buffer.data(), wanted)) return CopyResult::notWritten;
+    blocks.take(to, wanted);
+    if (!writeAll(to, buffer.data(), wanted)) return CopyResult::notWritten;
     offset += wanted;
   }
   if (fileSize(from) != length) return CopyResult::notRead;

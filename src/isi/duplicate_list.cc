@@ -106,7 +106,7 @@ void flushErrorFile(DuplicateList& list, TrackedFile& file, Messages& messages) 
   bool written = false;
   {
     const InterruptHold hold;
-    takeBlocks(file.fd, file.collected.size);
+    list.blocks.take(file.fd, file.collected.size);
     written = writeLines(file);
   }
   if (!written) reportIncomplete(list, file, messages);
@@ -123,7 +123,7 @@ void collectAcross(DuplicateList& list, TrackedFile& file, Messages& messages, s
   {
     const InterruptHold hold;  // no half line for an interrupt
     static_cast<void>(collectLine(file.collected, list.lines, line.substr(0, ofLine), end.substr(0, ofEnd)));
-    takeBlocks(file.fd, file.collected.size);
+    list.blocks.take(file.fd, file.collected.size);
     written = writeLines(file) && collectLine(file.collected, list.lines, line.substr(ofLine), end.substr(ofEnd));
   }
   if (!written) reportIncomplete(list, file, messages);

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "cmdline/settings.h"
+#include "common/file_blocks.h"
 #include "common/messages.h"
 #include "common/tracked_files.h"
 
@@ -15,6 +16,7 @@ namespace tarnvale {
 /// writes it.
 struct DuplicateList {
   std::array<char, 262144> lines;
+  FileBlocks blocks;             // of the error file
   bool incomplete = false;       // a line could not be written, and this was reported
   std::uint32_t duplicates = 0;  // entries in the index whose key equals the one before
   std::uint32_t dropped = 0;     // such entries that were left out

@@ -9,6 +9,7 @@ void aimOutput(OutputBuffer& output, FileRole file, int fd, std::size_t fileOffs
   output.next = output.start;
   output.file = file;
   output.fd = fd;
+  output.blocks = {};
 }
 
 bool flushOutput(OutputBuffer& output) {
@@ -16,7 +17,8 @@ bool flushOutput(OutputBuffer& output) {
   const auto size = static_cast<std::size_t>(output.next - start);
   output.start = output.base;
   output.next = output.base;
-  return writeLarge(output.fd, start, size);
+  output.blocks.take(output.fd, size);
+  return writeAll(output.fd, start, size);
 }
 
 bool putThroughFullBuffer(OutputBuffer& output, const void* bytes, std::size_t size) {
@@ -24,7 +26,8 @@ bool putThroughFullBuffer(OutputBuffer& output, const void* bytes, std::size_t s
   while (size >= output.room()) {
     if (output.next == output.base) {  // whole buffers need no copying
       const std::size_t whole = size - size % outputBufferSize;
-      if (!writeLarge(output.fd, source, whole)) return false;
+      output.blocks.take(output.fd, whole);
+      if (!writeAll(output.fd, source, whole)) return false;
       source += whole;
       size -= whole;
       break;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "common/copy_short.h"
+#include "common/file_blocks.h"
 #include "common/tracked_files.h"
 #include "format/sort_entry.h"
 
@@ -21,6 +22,7 @@ struct OutputBuffer {
   std::uint8_t* next = nullptr;   // where the next byte goes
   FileRole file = FileRole::workFile1;
   int fd = -1;  // of that file; not owned
+  FileBlocks blocks;
 
   [[nodiscard]] std::size_t room() const { return static_cast<std::size_t>(base + outputBufferSize - next); }
 };
