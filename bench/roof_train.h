@@ -104,7 +104,7 @@ struct Trains {
     if (inOrder) {
       out.put(area, count * sizeof(Record));
     } else {
-      constexpr std::size_t ahead = 96;
+      constexpr std::size_t ahead = 96;  // for each to have come; a record may lie across two lines of the cache
       for (std::size_t i = 0; i < count; ++i) {
         const Record& later = area[pairs[std::min(i + ahead, count - 1)].entry];
         __builtin_prefetch(&later);

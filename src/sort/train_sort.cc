@@ -52,7 +52,7 @@ std::uint64_t differingBits(const TrainSort& sort, Slots slots, std::uint32_t of
   const std::uint64_t first = sort.prefixOf(slots.front(), offset);
   std::uint64_t differing = 0;
   if (slots.size() <= maxPairs) {
-    constexpr std::size_t ahead = 96;
+    constexpr std::size_t ahead = 96;  // for each to have come; an entry may lie across two lines of the cache
     const bool scattered = sort.area.capacity > maxPairs;
     for (std::size_t i = 0; i < slots.size(); ++i) {
       if (scattered) {
@@ -156,17 +156,16 @@ void markGroups(Slots slots, const SortPair* ordered) {
   }
 }
 
-// Orders and marks the slots in place: the bits stand above the entry number in the slot, and each slot is brought into
-// the part of its bits, one exchange after the other. Does not keep the order of equal ones.
-void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
+// Brings the slots into the parts of their bits in place, one exchange after the other, and tells where each part ends.
+// The bits stand above the entry number in the slot, and stay there. Does not keep the order of equal ones.
+void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen, Histogram& partEnd) {
   const unsigned slotBits = slotBitsOf(sort);
-  std::array<std::uint32_t, digitValues + 1> partEnd{};
   for (std::uint32_t& slot : slots) {
     const std::uint32_t bits = chosen.gather(sort.prefixOf(slot, chosen.offset));
     ++partEnd[bits];
     slot |= bits << slotBits;
   }
-  std::array<std::uint32_t, digitValues + 1> next{};
+  Histogram next{};
   std::uint32_t end = 0;
   for (std::size_t i = 0; i < partEnd.size(); ++i) {
     next[i] = end;
@@ -180,6 +179,13 @@ void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
       misplaced = misplaced || next[part] != last;
     }
   }
+}
+
+// The same; then takes the bits away and marks where they change.
+void orderAndMarkInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
+  Histogram partEnd{};
+  orderInPlace(sort, slots, chosen, partEnd);
+  const unsigned slotBits = slotBitsOf(sort);
   std::uint32_t before = ~0U;
   for (std::uint32_t& slot : slots) {
     const std::uint32_t bits = slot >> slotBits;
@@ -320,7 +326,7 @@ void sortGroup(const TrainSort& sort, Slots slots, std::uint32_t offset) {
     if (finishSmallGroups(sort, slots, ordered, chosen)) return;
     markGroups(slots, ordered);
   } else {
-    orderInPlace(sort, slots, chosen);
+    orderAndMarkInPlace(sort, slots, chosen);
   }
   while (!slots.empty()) {
     const Slots group = takeGroup(slots);
@@ -335,11 +341,17 @@ bool sortInParts(const TrainSort& sort, Slots slots, SortedSlotsSink take) {
     orderByLfa(sort, slots);
     return take(slots);
   }
-  orderInPlace(sort, slots, chosen);
-  while (!slots.empty()) {
-    const Slots group = takeGroup(slots);
-    sortWithin(sort, group, chosen);
-    if (!take(group)) return false;
+  Histogram partEnd{};
+  orderInPlace(sort, slots, chosen, partEnd);
+  const std::uint32_t numberMask = (1U << slotBitsOf(sort)) - 1;
+  std::uint32_t begin = 0;
+  for (const std::uint32_t end : partEnd) {
+    const Slots part = slots.subspan(begin, end - begin);
+    begin = end;
+    if (part.empty()) continue;
+    for (std::uint32_t& slot : part) slot &= numberMask;
+    sortWithin(sort, part, chosen);
+    if (!take(part)) return false;
   }
   return true;
 }
