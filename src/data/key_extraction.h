@@ -86,7 +86,7 @@ void copyFolded(std::uint8_t* to, const std::uint8_t* from, std::size_t length);
 /// needed.
 [[nodiscard]] bool meetsConditions(const KeyPlan& plan, const RecordComparison& comparison, const RecordBytes& record);
 
-/// The key that walkColumns makes of such a record.
+/// The key that walkColumns makes, of a record as meetsConditions takes it.
 void copyKeyRanges(const KeyPlan& plan, const RecordBytes& record, std::uint8_t* key);
 
 }  // namespace tarnvale

@@ -60,8 +60,9 @@ class KeyCopy {
   bool tested_;  // the record may be left out
 };
 
-// The TABs of a record, one after the other: `firstOf` gives one behind the record when it has none. Of three kinds.
-//
+// The next three give the TABs of a record, one after the other; `firstOf` gives one behind the record when it has
+// none.
+
 // For a block in which no TAB stands for blanks.
 struct NoTabs {
   NoTabs(const std::uint8_t* /*begin*/, const std::uint8_t* end) : end_(end) {}

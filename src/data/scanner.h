@@ -38,7 +38,7 @@ struct Scanner {
   std::uint32_t recordLimit = 0;          // bytes, as in RecordFormat; set by the first record where it was 0
   bool expandsTabs = false;               // a TAB stands for blanks
   std::uint8_t* expanded = nullptr;       // a record with its TABs expanded
-  const std::uint8_t* nextTab = nullptr;  // no TAB between the cursor and here; null: not yet looked for
+  const std::uint8_t* nextTab = nullptr;  // of short records: no TAB between the cursor and here; null: not looked for
   std::uint64_t currentLfa = 0;           // data file offset of the byte under the cursor
   ScanFindings findings;
 
