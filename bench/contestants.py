@@ -46,7 +46,7 @@ class Place:
 
     @contextmanager
     def data_made(self, keep):
-        """The data, and the folder with all that was made in it is removed behind it unless it is to be kept."""
+        """The data is there inside of it. Behind it the folder goes with all that was made there, unless `keep`."""
         if not self.data.exists():
             print(f"making {self.records:,} records of {self.shape}", file=sys.stderr)
             (self.folder / "tmp").mkdir(parents=True)
@@ -79,7 +79,7 @@ class Contestant:
         return self.place.folder / self.name
 
     def begin(self):
-        """Before each turn: the data is new."""
+        """Before each turn: the folder may be new."""
         self.folder.mkdir(exist_ok=True)
         link = self.folder / self.place.data.name
         if not link.is_symlink():
@@ -250,10 +250,15 @@ class SqliteRival(Contestant):
 class CopyRival(Contestant):
     """A plain copy of the index, for the jobs that compact one."""
 
-    def __init__(self, place, job, turns, source):
+    def __init__(self, place, job, turns, program):
         super().__init__("cp", place, job, turns)
-        self.source = source
-        self.command = ["cp", str(source), "copy.ISI"]
+        self.source = self.folder / IndexMaker.source_name
+        self.command = ["cp", self.source.name, "copy.ISI"]
+        self.build_command = program.build_command(self.source.name)
+
+    def begin(self):
+        super().begin()
+        self.place.run(*self.build_command, cwd=self.folder)
 
     def prepare(self):
         (self.folder / "copy.ISI").unlink(missing_ok=True)
@@ -265,11 +270,14 @@ class CopyRival(Contestant):
         if not same:
             raise WrongResult("the copy differs")
 
+    def end(self):
+        self.source.unlink(missing_ok=True)
+
 
 def rivals_of(place, job, turns, first_program):
     """Those that are installed and fit the job."""
     if job.compaction:
-        return [CopyRival(place, job, turns, first_program.folder / IndexMaker.source_name)]
+        return [CopyRival(place, job, turns, first_program)]
     if not job.rivals or not SHAPES[job.shape].lines:
         return []
     rivals = [SortRival(place, job, turns)] if has_tool("sort") else []

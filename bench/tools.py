@@ -21,7 +21,6 @@ class Tool:
 
 TOOLS = (
     Tool("g++", "g++", "builds the helpers", needed=True),
-    Tool("cmp", "diffutils", "compares results", needed=True),
     Tool("sort", "coreutils", "a rival"),
     Tool("sqlite3", "sqlite3", "a rival"),
     Tool("gnuplot", "gnuplot-nox", "draws the picture"),
@@ -45,6 +44,8 @@ def has_tool(command):
 
 def report_missing_tools():
     """Says what is missing and how to install it; ends the program when it cannot do without."""
+    if sys.version_info < (3, 11):
+        sys.exit("the benchmark needs Python 3.11 or newer")
     missing = [tool for tool in TOOLS if not has_tool(tool.command)]
     for tool in missing:
         warn(f"{tool.command} is missing ({tool.purpose}). To install it: apt-get install {tool.package}")

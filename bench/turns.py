@@ -60,7 +60,7 @@ class Trial:
         self.failures = {}  # the reason by name; who fails is left out from there on
 
     def take_turn(self, turn):
-        """Each contestant does the job; nothing of what they make is left."""
+        """Each contestant does the job; their indexes are removed behind it."""
         first = turn % len(self.contestants)  # no one always follows the same other
         present = [each for each in self.contestants[first:] + self.contestants[:first] if turn < each.turns]
         for action in (lambda each: each.begin(), self.measure):
