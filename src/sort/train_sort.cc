@@ -158,8 +158,9 @@ void markGroups(Slots slots, const SortPair* ordered) {
 
 // Brings the slots into the parts of their bits in place, one exchange after the other, and tells where each part ends.
 // The bits stand above the entry number in the slot, and stay there. Does not keep the order of equal ones.
-void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen, Histogram& partEnd) {
+Histogram orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
   const unsigned slotBits = slotBitsOf(sort);
+  Histogram partEnd{};
   for (std::uint32_t& slot : slots) {
     const std::uint32_t bits = chosen.gather(sort.prefixOf(slot, chosen.offset));
     ++partEnd[bits];
@@ -179,12 +180,12 @@ void orderInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen, His
       misplaced = misplaced || next[part] != last;
     }
   }
+  return partEnd;
 }
 
 // The same; then takes the bits away and marks where they change.
 void orderAndMarkInPlace(const TrainSort& sort, Slots slots, const KeyBits& chosen) {
-  Histogram partEnd{};
-  orderInPlace(sort, slots, chosen, partEnd);
+  orderInPlace(sort, slots, chosen);
   const unsigned slotBits = slotBitsOf(sort);
   std::uint32_t before = ~0U;
   for (std::uint32_t& slot : slots) {
@@ -341,11 +342,9 @@ bool sortInParts(const TrainSort& sort, Slots slots, SortedSlotsSink take) {
     orderByLfa(sort, slots);
     return take(slots);
   }
-  Histogram partEnd{};
-  orderInPlace(sort, slots, chosen, partEnd);
   const std::uint32_t numberMask = (1U << slotBitsOf(sort)) - 1;
   std::uint32_t begin = 0;
-  for (const std::uint32_t end : partEnd) {
+  for (const std::uint32_t end : orderInPlace(sort, slots, chosen)) {
     const Slots part = slots.subspan(begin, end - begin);
     begin = end;
     if (part.empty()) continue;
